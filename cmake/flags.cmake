@@ -1,0 +1,33 @@
+# One interface target carries what every target of the project is compiled with.
+set(QELI2C_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize=")
+
+add_library(qeli2c_flags INTERFACE)
+target_compile_definitions(qeli2c_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+target_compile_options(qeli2c_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
+    -Wcast-align -Wwrite-strings -Werror
+    -fno-strict-overflow -fstack-protector-strong)
+
+if(QELI2C_SANITIZE)
+    target_compile_options(qeli2c_flags INTERFACE
+        -fsanitize=${QELI2C_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(qeli2c_flags INTERFACE -fsanitize=${QELI2C_SANITIZE})
+else()
+    target_compile_options(qeli2c_flags INTERFACE
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2> -fstack-clash-protection)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64")
+        target_compile_options(qeli2c_flags INTERFACE -fcf-protection)
+    endif()
+    target_link_options(qeli2c_flags INTERFACE
+        -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,separate-code -Wl,--as-needed)
+endif()
+
+# Shared objects that are loaded into other people's processes need no C++ run-time library: no exceptions,
+# no RTTI, no guarded statics, and the C driver links them so that nothing of it can slip in.
+add_library(qeli2c_no_cxx_runtime INTERFACE)
+target_compile_options(qeli2c_no_cxx_runtime INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-sanitize=vptr>
+    -fvisibility=hidden)
+if(NOT QELI2C_SANITIZE)
+    target_link_options(qeli2c_no_cxx_runtime INTERFACE -Wl,-z,defs)
+endif()

@@ -1,0 +1,43 @@
+// The description of a board: its buses, switches and devices, read from a JSON file.
+#ifndef SIMBOARD_DESCRIPTION_H
+#define SIMBOARD_DESCRIPTION_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace simboard {
+
+struct DeviceDescription {
+    std::string name;      // unique on the board
+    std::string type;      // "pca9548", "registers", "at24c512"
+    uint32_t bus = 0;      // 0 to 15
+    uint16_t address = 0;  // 7-bit address, 0x08 to 0x77
+    int parent = -1;       // index of the switch it sits behind, -1 when it sits on the bus itself
+    uint32_t channel = 0;  // channel of that switch, 0 to 7
+    bool busy_after_write = true; // at24c512: not acknowledging during the write cycle
+    unsigned line = 0;     // where the file describes it
+};
+
+struct BoardDescription {
+    std::string name;
+    std::vector<uint32_t> buses;
+    std::vector<DeviceDescription> devices; // a switch stands before everything behind it
+};
+
+struct DescriptionError {
+    unsigned line = 0;   // 1 is the first line; 0 when the file as a whole is meant
+    std::string key;     // path of the key, for example "buses[0].devices[2].address"
+    std::string message; // in words
+};
+
+// Reads a board description. Every mistake is added to `errors`; the result is meaningful only when none was.
+BoardDescription load_board_description(const std::string &path,
+                                        std::vector<DescriptionError> &errors);
+
+// "FILE:LINE: KEY: MESSAGE", as people and editors expect it.
+std::string to_string(const std::string &path, const DescriptionError &error);
+
+} // namespace simboard
+
+#endif
