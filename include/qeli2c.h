@@ -2,33 +2,39 @@
  * @file qeli2c.h
  * @brief I2C and SMBus access for board control planes.
  *
- * One way for all processes of a board to reach the devices on its I2C buses, also behind one or two levels of
- * PCA9548 switches. For every access the library takes the bus for the calling thread, records who took it, opens
- * the switch path, transfers, closes the path, releases the bus, and tries again when that failed.
+ * One way for all processes of a board to reach the devices on its I2C buses, also behind one or
+ * two levels of PCA9548 switches. For every access the library takes the bus for the calling
+ * thread, records who took it, opens the switch path, transfers, closes the path, releases the bus,
+ * and tries again when that failed.
  *
  * @section rules Rules that hold for every call
  *
- * - **Device.** A device is named by a caller-owned ::ei2c_client, zeroed before it is filled. It is only read, and
- *   only during the call. The same holds for message arrays and data buffers.
- * - **Result.** Signed 32 bits: 0 or a positive count on success; -1 for a null argument or a failure found by the
- *   library; ::QELI2C_NO_DEVICE_FILE when `/dev/i2c-N` cannot be opened; otherwise the kernel's negative result with
- *   `errno` set. Outputs are written on success only, unless the call says otherwise.
- * - **errno.** After a locked transfer with a negative result, `errno` is that of the request which gave the result.
- *   The kernel's values are those of i2c-dev: `ENXIO` no device acknowledges, `EAGAIN` arbitration lost, `ETIMEDOUT`,
- *   `EBUSY` a kernel driver owns the address, `EBADMSG` wrong packet error code, `EPROTO` wrong block count (see
- *   Documentation/i2c/fault-codes.rst of the Linux kernel).
- * - **Null arguments** are reported through the platform's assertion service and give -1; nothing is transferred.
- * - **Threads and processes.** Every call may be used by any number of threads of any number of processes at once.
- *   A *locked* call holds the bus for its whole length, all its tries included, and waits without limit while another
- *   thread or process holds it. Calls that say "takes no lock" need a caller who holds the bus.
- * - **Duration.** Each kernel request is preceded by a wait of at most one second for the device file. A locked call
- *   tries at most four times without a pause. Only buses 0 to 15 can be locked.
- * - **Memory.** Records handed out belong to the library and stay valid until the process ends. SMBus calls allocate
- *   nothing. The library starts no thread and has no configuration.
- * - **Messages** about failures go to the platform's debug output, levels 130 and 132 for errors, 135 for traces.
+ * - **Device.** A device is named by a caller-owned ::ei2c_client, zeroed before it is filled. It
+ * is only read, and only during the call. The same holds for message arrays and data buffers.
+ * - **Result.** Signed 32 bits: 0 or a positive count on success; -1 for a null argument or a
+ * failure found by the library; ::QELI2C_NO_DEVICE_FILE when `/dev/i2c-N` cannot be opened;
+ * otherwise the kernel's negative result with `errno` set. Outputs are written on success only,
+ * unless the call says otherwise.
+ * - **errno.** After a locked transfer with a negative result, `errno` is that of the request which
+ * gave the result. The kernel's values are those of i2c-dev: `ENXIO` no device acknowledges,
+ * `EAGAIN` arbitration lost, `ETIMEDOUT`, `EBUSY` a kernel driver owns the address, `EBADMSG` wrong
+ * packet error code, `EPROTO` wrong block count (see Documentation/i2c/fault-codes.rst of the Linux
+ * kernel).
+ * - **Null arguments** are reported through the platform's assertion service and give -1; nothing
+ * is transferred.
+ * - **Threads and processes.** Every call may be used by any number of threads of any number of
+ * processes at once. A *locked* call holds the bus for its whole length, all its tries included,
+ * and waits without limit while another thread or process holds it. Calls that say "takes no lock"
+ * need a caller who holds the bus.
+ * - **Duration.** Each kernel request is preceded by a wait of at most one second for the device
+ * file. A locked call tries at most four times without a pause. Only buses 0 to 15 can be locked.
+ * - **Memory.** Records handed out belong to the library and stay valid until the process ends.
+ * SMBus calls allocate nothing. The library starts no thread and has no configuration.
+ * - **Messages** about failures go to the platform's debug output, levels 130 and 132 for errors,
+ * 135 for traces.
  *
- * The transfers are those of the Linux i2c-dev interface (Documentation/i2c/dev-interface.rst) and of the System
- * Management Bus Specification, version 3.
+ * The transfers are those of the Linux i2c-dev interface (Documentation/i2c/dev-interface.rst) and
+ * of the System Management Bus Specification, version 3.
  */
 #ifndef QELI2C_H
 #define QELI2C_H
@@ -39,11 +45,16 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#ifdef __GNUC__
+#pragma GCC visibility push(default)
+#endif
 
-/** Result when the bus's device file is not open and cannot be opened, and of a channel number above 7. */
+/** Result when the bus's device file is not open and cannot be opened, and of a channel number
+ * above 7. */
 #define QELI2C_NO_DEVICE_FILE (-12345678)
 
-/** Bytes that every SMBus data buffer handed to the calls below must hold, whatever the transaction's size. */
+/** Bytes that every SMBus data buffer handed to the calls below must hold, whatever the
+ * transaction's size. */
 #define QELI2C_SMBUS_AREA 256
 
 /** Flag of ::ei2c_client: SMBus packet error checking on. */
@@ -52,23 +63,23 @@ extern "C" {
 /**
  * @brief Names one device; 32 bytes, owned by the caller. Zero it before filling it.
  *
- * Example: 0x50 behind channel 3 of a switch at 0x71, itself on channel 5 of a switch at 0x70, has `swi_addr`
- * 0x00700071 and `swi_chnl` 0x00050003.
+ * Example: 0x50 behind channel 3 of a switch at 0x71, itself on channel 5 of a switch at 0x70, has
+ * `swi_addr` 0x00700071 and `swi_chnl` 0x00050003.
  */
 typedef struct ei2c_client {
-    uint32_t bus;       /**< N of `/dev/i2c-N`; 0 to 15 for every locked call. */
-    uint16_t addr;      /**< 7-bit slave address. */
-    uint16_t flags;     /**< ::QELI2C_CLIENT_PEC or 0. */
-    uint32_t swi_addr;  /**< Low half: address of the switch in front of the device, 0 for none. High half: address of
-                             the switch in front of that one, 0 for none. */
-    uint32_t swi_chnl;  /**< Low and high half: the channel, 0 to 7, to open on each of the two. */
+    uint32_t bus;      /**< N of `/dev/i2c-N`; 0 to 15 for every locked call. */
+    uint16_t addr;     /**< 7-bit slave address. */
+    uint16_t flags;    /**< ::QELI2C_CLIENT_PEC or 0. */
+    uint32_t swi_addr; /**< Low half: address of the switch in front of the device, 0 for none. High
+                          half: address of the switch in front of that one, 0 for none. */
+    uint32_t swi_chnl; /**< Low and high half: the channel, 0 to 7, to open on each of the two. */
     char pcie_name[16]; /**< NUL-terminated name printed by the MCTP calls. */
 } ei2c_client;
 
 /**
  * @defgroup registry Registry
- * @brief What the library knows of each bus, switch and device: one record per key and process, created at first use,
- * never moved and never freed. Callers only read them.
+ * @brief What the library knows of each bus, switch and device: one record per key and process,
+ * created at first use, never moved and never freed. Callers only read them.
  * @{
  */
 
@@ -88,11 +99,12 @@ typedef struct ui2c_adapter {
 
 /** One switch on one bus. */
 typedef struct ui2c_switch {
-    ui2c_adapter *adapter;        /**< Its bus. */
-    struct ui2c_switch *upstream; /**< The switch in front of it as of the latest lookup, or null. */
-    uint16_t addr;                /**< 7-bit address. */
-    char name[16];                /**< Empty, but for the list head. */
-    struct ui2c_switch *next;     /**< Next switch, or null. */
+    ui2c_adapter *adapter; /**< Its bus. */
+    struct ui2c_switch
+        *upstream;            /**< The switch in front of it as of the latest lookup, or null. */
+    uint16_t addr;            /**< 7-bit address. */
+    char name[16];            /**< Empty, but for the list head. */
+    struct ui2c_switch *next; /**< Next switch, or null. */
 } ui2c_switch;
 
 /** One device. */
@@ -106,7 +118,8 @@ typedef struct ui2c_client {
 
 /**
  * @brief Finds or creates the records of a device: its bus, its switches, itself.
- * @param bus,addr,swi_addr,swi_chnl the fields of an ::ei2c_client. Channels are no part of a device's identity.
+ * @param bus,addr,swi_addr,swi_chnl the fields of an ::ei2c_client. Channels are no part of a
+ * device's identity.
  * @return the device's record; null when memory or the registry's mutex cannot be had.
  */
 ui2c_client *ui2c_to_client(uint32_t bus, uint16_t addr, uint32_t swi_addr, uint32_t swi_chnl);
@@ -115,7 +128,8 @@ ui2c_client *ui2c_to_client(uint32_t bus, uint16_t addr, uint32_t swi_addr, uint
 ui2c_adapter *ui2c_to_adapter(uint32_t bus);
 
 /**
- * @brief Finds or creates the near switch of a path and links the switch in front of it. Takes no lock.
+ * @brief Finds or creates the near switch of a path and links the switch in front of it. Takes no
+ * lock.
  * @return null when the low half of @p swi_addr is 0, or without memory.
  */
 ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t swi_chnl);
@@ -124,21 +138,24 @@ ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t s
 
 /**
  * @defgroup lock Bus lock and access owner
- * @brief The steps of taking a bus, for callers who build a hold of their own. The order is fixed: descriptor,
- * semaphore, owner record, file lock; released in reverse.
+ * @brief The steps of taking a bus, for callers who build a hold of their own. The order is fixed:
+ * descriptor, semaphore, owner record, file lock; released in reverse.
  * @{
  */
 
-/** @brief Descriptor of the bus's device file, opened once per process. @return negative with `errno` set on failure. */
+/** @brief Descriptor of the bus's device file, opened once per process. @return negative with
+ * `errno` set on failure. */
 int32_t ui2c_adapter_fd(ui2c_adapter *adapter);
 
 /**
  * @brief Takes the bus's semaphore, which all processes share; waits without limit.
- * @return its id (0 or more) for ipc_unlock_adapter(), or negative: bus above 15, no semaphore, not taken.
+ * @return its id (0 or more) for ipc_unlock_adapter(), or negative: bus above 15, no semaphore, not
+ * taken.
  */
 int32_t ipc_lock_adapter(ui2c_adapter *adapter);
 
-/** @brief Releases the semaphore with the id that ipc_lock_adapter() gave. @return negative on failure. */
+/** @brief Releases the semaphore with the id that ipc_lock_adapter() gave. @return negative on
+ * failure. */
 int32_t ipc_unlock_adapter(int32_t semid);
 
 /** @brief Takes the exclusive lock on a bus's device file. @return 0, or -1. */
@@ -148,8 +165,8 @@ int32_t exclusive_file_lock(int32_t fd);
 int32_t surrender_i2c_access(int32_t fd);
 
 /**
- * @brief Records this process as the last one that took the bus, in the owner table at physical 0xB8210000 (sixteen
- * 32-bit process ids, one per bus). Buses above 15 record nothing.
+ * @brief Records this process as the last one that took the bus, in the owner table at physical
+ * 0xB8210000 (sixteen 32-bit process ids, one per bus). Buses above 15 record nothing.
  * @return no meaning.
  */
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter);
@@ -177,12 +194,14 @@ extern uint32_t g_dwEi2cLog;
  * @param addr    address given to the kernel for the descriptor; each message carries its own
  * @param msgs    the messages, not null
  * @param num     how many; the kernel takes at most 42, of at most 8192 bytes each
- * @return messages done; ::QELI2C_NO_DEVICE_FILE; -1 with `ETIMEDOUT` when the device file is not ready within a
- *         second, with `EINVAL` for a descriptor of 1024 or more; or the kernel's negative result
+ * @return messages done; ::QELI2C_NO_DEVICE_FILE; -1 with `ETIMEDOUT` when the device file is not
+ * ready within a second, with `EINVAL` for a descriptor of 1024 or more; or the kernel's negative
+ * result
  */
 int32_t ui2c_rdwr_xfer(ui2c_adapter *adapter, uint16_t addr, struct i2c_msg *msgs, int32_t num);
 
-/** @brief Reads one byte without a register number. @return 1 with the byte in @p value, or negative. */
+/** @brief Reads one byte without a register number. @return 1 with the byte in @p value, or
+ * negative. */
 int32_t ui2c_raw_read_byte(ui2c_adapter *adapter, uint16_t addr, uint8_t *value);
 
 /** @brief Writes one byte without a register number. @return 1, or negative. */
@@ -196,8 +215,9 @@ int32_t ui2c_raw_write_byte(ui2c_adapter *adapter, uint16_t addr, uint8_t value)
  * @param read_write `I2C_SMBUS_READ` (1) or `I2C_SMBUS_WRITE` (0)
  * @param command    command code
  * @param size       `I2C_SMBUS_QUICK` to `I2C_SMBUS_I2C_BLOCK_DATA`
- * @param data       null, or ::QELI2C_SMBUS_AREA bytes laid out as `union i2c_smbus_data`; all of them are copied in
- *                   before a write or block process call, and out after a successful read or block process call
+ * @param data       null, or ::QELI2C_SMBUS_AREA bytes laid out as `union i2c_smbus_data`; all of
+ * them are copied in before a write or block process call, and out after a successful read or block
+ * process call
  * @return 0, or negative as for ui2c_rdwr_xfer()
  */
 int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, char read_write,
@@ -213,7 +233,8 @@ int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, ch
 
 /**
  * @brief Opens the path to a device: the upstream switch, then the near switch.
- * @return 0 when the path is open or there is none; -1 on any failure. What was opened before a failure stays open.
+ * @return 0 when the path is open or there is none; -1 on any failure. What was opened before a
+ * failure stays open.
  */
 int32_t SelectSwitch(const ei2c_client *eclient);
 
@@ -223,10 +244,12 @@ int32_t SelectSwitch(const ei2c_client *eclient);
  */
 int32_t DeselectSwitch(const ei2c_client *eclient);
 
-/** @brief Reads the control register of the near switch. @return 1 with the register in @p val, or negative. */
+/** @brief Reads the control register of the near switch. @return 1 with the register in @p val, or
+ * negative. */
 int32_t readSwitchStatus(const ei2c_client *eclient, uint8_t *val);
 
-/** @brief Opens exactly one channel, 0 to 7. @return 1; ::QELI2C_NO_DEVICE_FILE for a higher channel; or negative. */
+/** @brief Opens exactly one channel, 0 to 7. @return 1; ::QELI2C_NO_DEVICE_FILE for a higher
+ * channel; or negative. */
 int32_t ui2c_swi_select(ui2c_switch *swi, uint32_t channel);
 
 /** @brief Closes all channels, whatever @p channel says. @return 1, or negative. */
@@ -239,18 +262,21 @@ int32_t ui2c_swi_status(ui2c_switch *swi, uint8_t *val);
 
 /**
  * @defgroup locked Locked transfers
- * @brief The bus is taken, the path opened, the transfer done, the path closed and the bus released by the call.
+ * @brief The bus is taken, the path opened, the transfer done, the path closed and the bus released
+ * by the call.
  * @{
  */
 
 /**
  * @brief One combined transfer, at most four tries.
- * @return messages done by the last transfer, or its negative result; -1 when no try reached the device
+ * @return messages done by the last transfer, or its negative result; -1 when no try reached the
+ * device
  */
 int32_t ei2c_rdwr_xfer(const ei2c_client *eclient, struct i2c_msg *msgs, uint32_t num);
 
 /**
- * @brief Two combined transfers back to back under one hold of the bus and of the path, at most four tries of the pair.
+ * @brief Two combined transfers back to back under one hold of the bus and of the path, at most
+ * four tries of the pair.
  * @param eclient the device
  * @param msgs    two message arrays
  * @param num     their two lengths
@@ -258,7 +284,8 @@ int32_t ei2c_rdwr_xfer(const ei2c_client *eclient, struct i2c_msg *msgs, uint32_
  */
 int32_t ei2c_rdwr_mxfer(const ei2c_client *eclient, struct i2c_msg **msgs, const uint32_t *num);
 
-/** @brief ei2c_rdwr_xfer() with exactly one try. @return -1 also when the path could not be opened. */
+/** @brief ei2c_rdwr_xfer() with exactly one try. @return -1 also when the path could not be opened.
+ */
 int32_t ei2c_rdwr_xfer_without_retry(const ei2c_client *eclient, struct i2c_msg *msgs,
                                      uint32_t num);
 
@@ -275,21 +302,24 @@ int32_t ei2c_smbus_xfer(const ei2c_client *eclient, uint32_t read_write, uint32_
                         uint32_t size, uint8_t *data);
 
 /**
- * @brief One SMBus transaction, then, when it was a write and @p write_only is 0, the read of the MCTP response.
- * Takes no lock, opens no path, does not retry. The response is read also after a failed write.
+ * @brief One SMBus transaction, then, when it was a write and @p write_only is 0, the read of the
+ * MCTP response. Takes no lock, opens no path, does not retry. The response is read also after a
+ * failed write.
  * @param eclient    the device; `pcie_name` is printed on failure
  * @param fd         descriptor the response is read from
  * @param read_write,command,size,data as for ei2c_smbus_xfer()
  * @param read_buf   receives the response; 256 bytes are always enough
  * @param read_len   receives its length; 0 when none was read
  * @param write_only not 0: read no response
- * @return bytes of the response or the read's negative result; the transaction's result when none was read
+ * @return bytes of the response or the read's negative result; the transaction's result when none
+ * was read
  */
 int32_t ei2c_smbus_xfer_wtrd(const ei2c_client *eclient, int32_t fd, uint32_t read_write,
                              uint32_t command, uint32_t size, uint8_t *data, uint8_t *read_buf,
                              uint32_t *read_len, int32_t write_only);
 
-/** @brief Reads an MCTP response. Takes no lock. @return its length (above 0), or 0 or negative with `*read_len` 0. */
+/** @brief Reads an MCTP response. Takes no lock. @return its length (above 0), or 0 or negative
+ * with `*read_len` 0. */
 int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t *read_buf,
                                  uint32_t *read_len);
 
@@ -297,10 +327,10 @@ int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t
 
 /**
  * @defgroup hold Bus holds
- * @brief A bus held across several calls. A taking call that succeeds hands out the descriptor and the semaphore id;
- * they go back to the matching releasing call, once, from the same process. While a bus is held its holder must use
- * no locked call on it: that would wait for the holder itself. A negative result of a taking call holds nothing.
- * Buses above 65534 give -1.
+ * @brief A bus held across several calls. A taking call that succeeds hands out the descriptor and
+ * the semaphore id; they go back to the matching releasing call, once, from the same process. While
+ * a bus is held its holder must use no locked call on it: that would wait for the holder itself. A
+ * negative result of a taking call holds nothing. Buses above 65534 give -1.
  * @{
  */
 
@@ -309,17 +339,20 @@ int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t
  * @param eclient   any device of the bus
  * @param pfd       receives the bus's descriptor, not to be closed
  * @param psdwSemId receives the semaphore id
- * @return 0; -1 null argument or no record; ::QELI2C_NO_DEVICE_FILE; -2 semaphore not taken; -4 file lock not taken;
- *         -3 file lock not taken and the semaphore could not be released
+ * @return 0; -1 null argument or no record; ::QELI2C_NO_DEVICE_FILE; -2 semaphore not taken; -4
+ * file lock not taken; -3 file lock not taken and the semaphore could not be released
  */
 int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_t *psdwSemId);
 
-/** @brief Releases a bus taken by ei2c_smbus_lock_adapter(). @return negative when the semaphore was not released. */
+/** @brief Releases a bus taken by ei2c_smbus_lock_adapter(). @return negative when the semaphore
+ * was not released. */
 int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId);
 
 /**
- * @brief Takes the bus and opens the path to the device, which stays open until the release; at most four attempts.
- * @return 0 or more; as ei2c_smbus_lock_adapter(); -5 path not opened, bus released; -3 also when that release failed
+ * @brief Takes the bus and opens the path to the device, which stays open until the release; at
+ * most four attempts.
+ * @return 0 or more; as ei2c_smbus_lock_adapter(); -5 path not opened, bus released; -3 also when
+ * that release failed
  */
 int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32_t *psdwSemId);
 
@@ -330,7 +363,8 @@ int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32
 int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId);
 
 /**
- * @brief ei2c_smbus_xfer() without taking or releasing the bus; the path is opened and closed around each try.
+ * @brief ei2c_smbus_xfer() without taking or releasing the bus; the path is opened and closed
+ * around each try.
  */
 int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_write,
                                      uint32_t command, uint32_t size, uint8_t *data);
@@ -339,8 +373,8 @@ int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_w
 
 /**
  * @defgroup smbus SMBus commands
- * @brief The commands of the SMBus specification on a device. Each is one ei2c_smbus_xfer() unless it says otherwise,
- * with its results. Blocks sent are cut to 253 bytes.
+ * @brief The commands of the SMBus specification on a device. Each is one ei2c_smbus_xfer() unless
+ * it says otherwise, with its results. Blocks sent are cut to 253 bytes.
  * @{
  */
 
@@ -405,8 +439,8 @@ int32_t qel_ei2c_smbus_mctp_read_block_data(const ei2c_client *eclient, int32_t 
                                             uint8_t *read_buf, uint32_t *read_len);
 
 /**
- * @brief Plain I2C write then read in one combined transfer, ei2c_rdwr_xfer() with two messages. The client's `flags`
- * go into both messages. Both lengths are cut to 253.
+ * @brief Plain I2C write then read in one combined transfer, ei2c_rdwr_xfer() with two messages.
+ * The client's `flags` go into both messages. Both lengths are cut to 253.
  * @return 2, or negative
  */
 int32_t ei2c_smbus_read_i2c_block_data(const ei2c_client *eclient, uint32_t write_len,
@@ -426,6 +460,9 @@ int32_t ei2c_smbus_write_byte_data_without_lock(const ei2c_client *eclient, uint
 
 /** @} */
 
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

@@ -1,8 +1,8 @@
 /*
  * Platform services: what the access library asks of the board's platform.
  *
- * On a board these names come from the platform's own shared libraries. libqelplatform.so.1 is the version for
- * any Linux host. All names have C linkage.
+ * On a board these names come from the platform's own shared libraries. libqelplatform.so.1 is the
+ * version for any Linux host. All names have C linkage.
  */
 #ifndef QELPLATFORM_H
 #define QELPLATFORM_H
@@ -34,9 +34,10 @@ void _ssp_info(uint32_t level, const char *file, uint32_t line, const char *func
 /*
  * Process-shared semaphores by key: one holder at a time, free when created.
  *
- * OAL_SemCreate returns an id (0 or more), or a negative value with errno set. OAL_SemLockBySemId returns 0 only
- * when the semaphore is held; wait is in milliseconds, 65535 waits without limit. OAL_SemUnLockBySemId returns 0,
- * or a negative value with errno set when the semaphore was not held.
+ * OAL_SemCreate returns an id (0 or more), or a negative value with errno set. OAL_SemLockBySemId
+ * returns 0 only when the semaphore is held; wait is in milliseconds, 65535 waits without limit.
+ * OAL_SemUnLockBySemId returns 0, or a negative value with errno set when the semaphore was not
+ * held.
  */
 int32_t OAL_SemCreate(uint32_t key);
 int32_t OAL_SemLockBySemId(int32_t id, uint32_t wait);
@@ -48,7 +49,8 @@ int sigwrap_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfd
                    struct timeval *timeout);
 void select_sleep(uint32_t seconds, uint32_t microseconds);
 
-/* Exclusive lock on an open file: 0 or more when held / released, negative with errno set otherwise. */
+/* Exclusive lock on an open file: 0 or more when held / released, negative with errno set
+ * otherwise. */
 int file_lock_write(int fd);
 int file_unlock(int fd);
 
@@ -57,8 +59,8 @@ int mmap_read32(uint32_t physical_address, uint32_t *value);
 int i2c_mctp_read_on_fd(int fd, uint8_t *buffer);
 
 /*
- * Bounds-checked memory and string functions. The copies return 0, the formatting calls the number of characters;
- * on misuse the result is negative and nothing is written past dest_size.
+ * Bounds-checked memory and string functions. The copies return 0, the formatting calls the number
+ * of characters; on misuse the result is negative and nothing is written past dest_size.
  */
 int qel_memset_s(void *dest, size_t dest_size, int value, size_t count);
 int qel_memcpy_s(void *dest, size_t dest_size, const void *source, size_t count);

@@ -6,17 +6,18 @@
 #include <string>
 #include <vector>
 
-namespace simboard {
+namespace simboard
+{
 
 struct DeviceDescription {
-    std::string name;      // unique on the board
-    std::string type;      // "pca9548", "registers", "at24c512"
-    uint32_t bus = 0;      // 0 to 15
-    uint16_t address = 0;  // 7-bit address, 0x08 to 0x77
-    int parent = -1;       // index of the switch it sits behind, -1 when it sits on the bus itself
-    uint32_t channel = 0;  // channel of that switch, 0 to 7
+    std::string name;     // unique on the board
+    std::string type;     // "pca9548", "registers", "at24c512"
+    uint32_t bus = 0;     // 0 to 15
+    uint16_t address = 0; // 7-bit address, 0x08 to 0x77
+    int parent = -1;      // index of the switch it sits behind, -1 when it sits on the bus itself
+    uint32_t channel = 0; // channel of that switch, 0 to 7
     bool busy_after_write = true; // at24c512: not acknowledging during the write cycle
-    unsigned line = 0;     // where the file describes it
+    unsigned line = 0;            // where the file describes it
 };
 
 struct BoardDescription {
@@ -31,7 +32,8 @@ struct DescriptionError {
     std::string message; // in words
 };
 
-// Reads a board description. Every mistake is added to `errors`; the result is meaningful only when none was.
+// Reads a board description. Every mistake is added to `errors`; the result is meaningful only when
+// none was.
 BoardDescription load_board_description(const std::string &path,
                                         std::vector<DescriptionError> &errors);
 

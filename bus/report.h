@@ -1,0 +1,53 @@
+// The forms in which all modules write log lines and report failed argument checks.
+//
+// A module names itself once, as `log_tag`, before it uses any of these; the tag and the line of
+// the call begin each of its lines.
+#ifndef QELI2C_BUS_REPORT_H
+#define QELI2C_BUS_REPORT_H
+
+#include <cerrno>
+#include <cstdint>
+
+#include "platform/qelplatform.h"
+
+// An error line at 130 or 132.
+#define QEL_ERROR(level, format, ...)                                                              \
+    IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, log_tag, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+// A run-time line at 135.
+#define QEL_RUNTIME(format, ...)                                                                   \
+    IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, log_tag,                                   \
+                                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+// The same for a format whose last two values are errno and its text. errno is what it was
+// afterwards.
+#define QEL_ERROR_ERRNO(level, format, ...)                                                        \
+    do {                                                                                           \
+        const int error_ = errno;                                                                  \
+        QEL_ERROR(level, format, __VA_ARGS__ __VA_OPT__(, ) error_, qel_strerror_s(error_));       \
+        errno = error_;                                                                            \
+    } while (0)
+
+#define QEL_RUNTIME_ERRNO(format, ...)                                                             \
+    do {                                                                                           \
+        const int error_ = errno;                                                                  \
+        QEL_RUNTIME(format, __VA_ARGS__ __VA_OPT__(, ) error_, qel_strerror_s(error_));            \
+        errno = error_;                                                                            \
+    } while (0)
+
+// Reports a null argument of the function and returns `result` from it.
+#define QEL_REQUIRE(function, argument, result)                                                    \
+    do {                                                                                           \
+        if ((argument) == nullptr) {                                                               \
+            qel_report_null(log_tag, __LINE__, function, "assertion failed: " #argument " != 0");  \
+            return result;                                                                         \
+        }                                                                                          \
+    } while (0)
+
+inline void qel_report_null(const char *tag, uint32_t line, const char *function, const char *text)
+{
+    sspFailedStat(tag, line);
+    _ssp_error(255, tag, line, function, text);
+}
+
+#endif

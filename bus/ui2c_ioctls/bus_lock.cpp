@@ -1,0 +1,186 @@
+// The bus's device file, its semaphore, the lock on its device file, and the record of who took it.
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "bus/ui2c_ioctls/core.h"
+
+// The C++ compiler always asks for the GNU strerror_r; this is the C library's name of the POSIX
+// one.
+extern "C" int __xpg_strerror_r(int errnum, char *text, size_t size); // NOLINT
+
+uintptr_t tpidMap = 0;
+uint32_t mapFlag = 0;
+uint32_t pid = 0;
+uint32_t g_dwEi2cLog = 0;
+
+namespace
+{
+
+constexpr uint32_t lockable_buses = 16;
+constexpr uint32_t first_semaphore_key = 0x3060;
+constexpr uint32_t wait_without_limit = 65535;
+constexpr off_t owner_table_address = 0xB8210000;
+constexpr size_t owner_table_size = lockable_buses * sizeof(uint32_t);
+
+int32_t load(const int32_t &value)
+{
+    return __atomic_load_n(&value, __ATOMIC_ACQUIRE);
+}
+void store(int32_t &value, int32_t to)
+{
+    __atomic_store_n(&value, to, __ATOMIC_RELEASE);
+}
+
+// Gives `cached`, creating it first when it is negative. Threads that arrive together wait for one
+// creation; a failed one is tried again by the next caller.
+template <typename Create>
+int32_t create_once(int32_t &cached, Create create)
+{
+    int32_t value = load(cached);
+    if (value >= 0)
+        return value;
+    (void)pthread_mutex_lock(&first_use_mutex);
+    value = cached;
+    if (value < 0) {
+        value = create();
+        store(cached, value);
+    }
+    (void)pthread_mutex_unlock(&first_use_mutex);
+    return value;
+}
+
+int32_t open_device_file(uint32_t bus)
+{
+    char path[16] = {};
+    (void)qel_snprintf_s(path, sizeof(path), "/dev/i2c-%d", static_cast<int>(bus));
+    const int32_t fd = sigwrap_open(path, O_RDWR);
+    if (fd < 0)
+        QEL_ERROR_ERRNO(132, "open %s failed, fd = %d, errno = %d, %s\n", path, fd);
+    return fd;
+}
+
+int32_t _adapter_ipcsemid(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
+{
+    QEL_REQUIRE("_adapter_ipcsemid", adapter, -1);
+    const uint32_t bus = adapter->bus;
+    ui2c_adapter_data *data = bus < lockable_buses ? __adapter_data(adapter) : nullptr;
+    const int32_t semid = data == nullptr ? -1 : create_once(data->semid, [bus] {
+        return OAL_SemCreate(bus + first_semaphore_key);
+    });
+    if (semid < 0)
+        QEL_RUNTIME("line: %d, func: %s(), ipc sem_creat for bus %u failed\n", __LINE__,
+                    "_adapter_ipcsemid", bus);
+    return semid;
+}
+
+// Under the first-use mutex, with the table not mapped yet.
+void map_owner_table()
+{
+    const int fd = open("/dev/mem", O_RDWR);
+    if (fd < 0) {
+        QEL_ERROR(132, "[%s] Failed to get device fd.\n", log_tag);
+        return;
+    }
+    void *table = mmap(nullptr, owner_table_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+                       owner_table_address);
+    if (table == MAP_FAILED) {
+        QEL_ERROR(132, "[%s] Failed to get mem vir addr.\n", log_tag);
+        (void)close(fd);
+        return;
+    }
+    (void)close(fd);
+    tpidMap = reinterpret_cast<uintptr_t>(table);
+    pid = static_cast<uint32_t>(getpid());
+    __atomic_store_n(&mapFlag, 1U, __ATOMIC_RELEASE);
+}
+
+bool owner_table_mapped()
+{
+    return __atomic_load_n(&mapFlag, __ATOMIC_ACQUIRE) != 0;
+}
+
+} // namespace
+
+ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
+{
+    QEL_REQUIRE("__adapter_data", adapter, nullptr);
+    ui2c_adapter_data *data = __atomic_load_n(&adapter->data, __ATOMIC_ACQUIRE);
+    if (data != nullptr)
+        return data;
+    (void)pthread_mutex_lock(&first_use_mutex);
+    data = adapter->data;
+    if (data == nullptr) {
+        data = static_cast<ui2c_adapter_data *>(malloc(sizeof(*data)));
+        if (data != nullptr) {
+            (void)qel_memset_s(data, sizeof(*data), 0, sizeof(*data));
+            data->fd = -1;
+            data->semid = -1;
+            __atomic_store_n(&adapter->data, data, __ATOMIC_RELEASE);
+        }
+    }
+    (void)pthread_mutex_unlock(&first_use_mutex);
+    return data;
+}
+
+int32_t ui2c_adapter_fd(ui2c_adapter *adapter)
+{
+    QEL_REQUIRE("ui2c_adapter_fd", adapter, -1);
+    ui2c_adapter_data *data = __adapter_data(adapter);
+    if (data == nullptr)
+        return -1;
+    return create_once(data->fd, [adapter] { return open_device_file(adapter->bus); });
+}
+
+int32_t ipc_lock_adapter(ui2c_adapter *adapter)
+{
+    const int32_t semid = _adapter_ipcsemid(adapter);
+    if (semid < 0)
+        return semid;
+    if (OAL_SemLockBySemId(semid, wait_without_limit) == 0)
+        return semid;
+    QEL_ERROR_ERRNO(132, "bus:%d OAL_SemLockBySemId failed: %d, %s\n",
+                    static_cast<int>(adapter->bus));
+    return -1;
+}
+
+int32_t ipc_unlock_adapter(int32_t semid)
+{
+    return OAL_SemUnLockBySemId(semid, wait_without_limit);
+}
+
+int32_t exclusive_file_lock(int32_t fd)
+{
+    if (file_lock_write(fd) >= 0)
+        return 0;
+    const int error = errno;
+    char text[20] = {};
+    (void)__xpg_strerror_r(error, text, sizeof(text));
+    QEL_ERROR(132, "fd:%d Error getting exclusive lock: %s", fd, text);
+    errno = error;
+    return -1;
+}
+
+int32_t surrender_i2c_access(int32_t fd)
+{
+    return file_unlock(fd);
+}
+
+int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
+{
+    if (!owner_table_mapped()) {
+        (void)pthread_mutex_lock(&first_use_mutex);
+        if (!owner_table_mapped())
+            map_owner_table();
+        (void)pthread_mutex_unlock(&first_use_mutex);
+        if (!owner_table_mapped())
+            return -1;
+    }
+    if (adapter->bus < lockable_buses) {
+        auto *slots = reinterpret_cast<uint32_t *>(tpidMap);
+        __atomic_store_n(slots + adapter->bus, pid, __ATOMIC_RELAXED);
+    }
+    return 0;
+}

@@ -1,0 +1,85 @@
+// Opening and closing of the switches in front of a device: upstream first when opening, near first
+// when closing.
+#include "bus/ui2c_ioctls/core.h"
+
+namespace
+{
+
+int32_t select(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel, ErrnoForm form)
+{
+    const int32_t ret = ui2c_swi_select(swi, channel);
+    if (ret < 0 && form == ErrnoForm::number_and_text)
+        QEL_RUNTIME_ERRNO("swi_select(%u,%x,%u) = %d, errno = %d, %s\n", eclient.bus,
+                          eclient.swi_addr, eclient.swi_chnl, ret);
+    else if (ret < 0)
+        QEL_RUNTIME("swi_select(%u,%x,%u) = %d, errno = %d \n", eclient.bus, eclient.swi_addr,
+                    eclient.swi_chnl, ret, errno);
+    return ret;
+}
+
+int32_t deselect(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel)
+{
+    const int32_t ret = ui2c_swi_deselect(swi, channel);
+    if (ret < 0)
+        QEL_RUNTIME_ERRNO("swi_deselect(%u,%x,%u) = %d, errno = %d, %s\n", eclient.bus,
+                          eclient.swi_addr, eclient.swi_chnl, ret);
+    return ret;
+}
+
+} // namespace
+
+int32_t open_path(const ei2c_client &eclient, const DevicePath &path, ErrnoForm form)
+{
+    if (path.upstream != nullptr) {
+        const int32_t ret = select(eclient, path.upstream, eclient.swi_chnl >> 16, form);
+        if (ret < 0)
+            return ret;
+    }
+    return path.near == nullptr ? 0 : select(eclient, path.near, eclient.swi_chnl & 0xFFFF, form);
+}
+
+int32_t close_path(const ei2c_client &eclient, const DevicePath &path)
+{
+    int32_t ret = 0;
+    if (path.near != nullptr)
+        ret = deselect(eclient, path.near, eclient.swi_chnl & 0xFFFF);
+    if (path.upstream != nullptr)
+        ret = deselect(eclient, path.upstream, eclient.swi_chnl >> 16);
+    return ret;
+}
+
+int32_t SelectSwitch(const ei2c_client *eclient)
+{
+    QEL_REQUIRE("SelectSwitch", eclient, -1);
+    DevicePath path;
+    if (!find_device(*eclient, path))
+        return -1;
+    return open_path(*eclient, path, ErrnoForm::number_and_text) < 0 ? -1 : 0;
+}
+
+int32_t DeselectSwitch(const ei2c_client *eclient)
+{
+    QEL_REQUIRE("DeselectSwitch", eclient, -1);
+    DevicePath path;
+    return find_device(*eclient, path) ? close_path(*eclient, path) : -1;
+}
+
+int32_t readSwitchStatus(const ei2c_client *eclient, uint8_t *val)
+{
+    QEL_REQUIRE("readSwitchStatus", eclient, -1);
+    QEL_REQUIRE("readSwitchStatus", val, -1);
+    DevicePath path;
+    if (!find_device(*eclient, path)) {
+        QEL_ERROR(132, "Pointer _uc is NULL\n");
+        return -1;
+    }
+    if (path.near == nullptr) {
+        QEL_ERROR(132, "Pointer uc_swi is NULL\n");
+        return -1;
+    }
+    const int32_t ret = ui2c_swi_status(path.near, val);
+    if (ret < 0)
+        QEL_RUNTIME_ERRNO("ui2c_swi_status(%u,%x,%u) = %d, errno = %d, %s\n", eclient->bus,
+                          eclient->swi_addr, eclient->swi_chnl, ret);
+    return ret;
+}
