@@ -10,28 +10,27 @@
 
 #include "platform/qelplatform.h"
 
-// An error line at 130 or 132.
+// An error line at 130 or 132, and a run-time line at 135; a line without values is a text.
 #define QEL_ERROR(level, format, ...)                                                              \
-    IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, log_tag, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+    IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, log_tag, __LINE__, __VA_ARGS__)
+#define QEL_ERROR_TEXT(level, text) IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" text, log_tag, __LINE__)
 
-// A run-time line at 135.
 #define QEL_RUNTIME(format, ...)                                                                   \
-    IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, log_tag,                                   \
-                                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+    IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, log_tag, __LINE__, __VA_ARGS__)
+#define QEL_RUNTIME_TEXT(text) IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" text, log_tag, __LINE__)
 
 // The same for a format whose last two values are errno and its text. errno is what it was
 // afterwards.
 #define QEL_ERROR_ERRNO(level, format, ...)                                                        \
     do {                                                                                           \
         const int error_ = errno;                                                                  \
-        QEL_ERROR(level, format, __VA_ARGS__ __VA_OPT__(, ) error_, qel_strerror_s(error_));       \
+        QEL_ERROR(level, format, __VA_ARGS__, error_, qel_strerror_s(error_));                     \
         errno = error_;                                                                            \
     } while (0)
-
 #define QEL_RUNTIME_ERRNO(format, ...)                                                             \
     do {                                                                                           \
         const int error_ = errno;                                                                  \
-        QEL_RUNTIME(format, __VA_ARGS__ __VA_OPT__(, ) error_, qel_strerror_s(error_));            \
+        QEL_RUNTIME(format, __VA_ARGS__, error_, qel_strerror_s(error_));                          \
         errno = error_;                                                                            \
     } while (0)
 

@@ -43,7 +43,7 @@ int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_
         return taken;
     *pfd = held.fd;
     *psdwSemId = held.semid;
-    QEL_RUNTIME("ei2c_smbus_lock_adapter success. \n");
+    QEL_RUNTIME_TEXT("ei2c_smbus_lock_adapter success. \n");
     return take_held;
 }
 
@@ -54,7 +54,7 @@ int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_
         return -1;
     const int32_t ret = release_bus(*eclient, fd, sdwSemId);
     if (ret >= 0)
-        QEL_RUNTIME("ei2c_smbus_unlock_adapter success. \n");
+        QEL_RUNTIME_TEXT("ei2c_smbus_unlock_adapter success. \n");
     return ret;
 }
 

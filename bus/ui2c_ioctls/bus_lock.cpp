@@ -179,7 +179,7 @@ int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
             return -1;
     }
     if (adapter->bus < lockable_buses) {
-        auto *slots = reinterpret_cast<uint32_t *>(tpidMap);
+        auto *slots = reinterpret_cast<uint32_t *>(tpidMap); // NOLINT(performance-no-int-to-ptr)
         __atomic_store_n(slots + adapter->bus, pid, __ATOMIC_RELAXED);
     }
     return 0;

@@ -24,11 +24,11 @@ void report_no_semaphore(TakeLines lines, uint32_t bus)
 void report_no_file_lock(TakeLines lines)
 {
     if (lines == TakeLines::transfer)
-        QEL_ERROR(132, "Cannot obtain exclusive lock on i2c device file");
+        QEL_ERROR_TEXT(132, "Cannot obtain exclusive lock on i2c device file");
     else if (lines == TakeLines::transfer_lock_at_runtime)
-        QEL_RUNTIME("Cannot obtain exclusive lock on i2c device file");
+        QEL_RUNTIME_TEXT("Cannot obtain exclusive lock on i2c device file");
     else
-        QEL_RUNTIME("Cannot obtain shared lock on i2c device file");
+        QEL_RUNTIME_TEXT("Cannot obtain shared lock on i2c device file");
 }
 
 int32_t release_semaphore(uint32_t bus, int32_t semid)

@@ -149,7 +149,7 @@ int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, ch
     if (ret >= 0) {
         errno = 0;
         if (wait_ready(fd, false) < 0) {
-            QEL_ERROR(132, "Error waiting for bus to be readable");
+            QEL_ERROR_TEXT(132, "Error waiting for bus to be readable");
             return -1;
         }
         const bool both_ways = size == I2C_SMBUS_BLOCK_PROC_CALL;

@@ -70,11 +70,11 @@ int32_t readSwitchStatus(const ei2c_client *eclient, uint8_t *val)
     QEL_REQUIRE("readSwitchStatus", val, -1);
     DevicePath path;
     if (!find_device(*eclient, path)) {
-        QEL_ERROR(132, "Pointer _uc is NULL\n");
+        QEL_ERROR_TEXT(132, "Pointer _uc is NULL\n");
         return -1;
     }
     if (path.near == nullptr) {
-        QEL_ERROR(132, "Pointer uc_swi is NULL\n");
+        QEL_ERROR_TEXT(132, "Pointer uc_swi is NULL\n");
         return -1;
     }
     const int32_t ret = ui2c_swi_status(path.near, val);
