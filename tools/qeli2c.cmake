@@ -1,0 +1,29 @@
+# The command-line tool. What it shares with other programs and with its unit tests is a library of its own.
+find_package(CLI11 REQUIRED)
+find_package(jsoncpp REQUIRED)
+
+add_library(qeli2c_tool_parts STATIC
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/board_file.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/device_path.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/messages.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/number.cpp)
+target_include_directories(qeli2c_tool_parts PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
+target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description)
+
+add_executable(qeli2c_program
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/get.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/output.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/probe.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/register_access.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan_print.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/set.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/transfer.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/xfer.cpp)
+set_target_properties(qeli2c_program PROPERTIES OUTPUT_NAME qeli2c)
+target_compile_definitions(qeli2c_program PRIVATE QELI2C_VERSION="${PROJECT_VERSION}")
+target_link_libraries(qeli2c_program PRIVATE
+    qeli2c_tool_parts qeli2c qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)

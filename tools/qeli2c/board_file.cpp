@@ -1,0 +1,108 @@
+// Finds and reads the board file and looks devices up in it.
+#include "board_file.h"
+
+#include "failure.h"
+#include "number.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr char DEFAULT_FILE[] = "/etc/qeli2c/board.json";
+
+std::string choose_file(const std::string &option)
+{
+    if (!option.empty())
+        return option;
+    if (const char *variable = std::getenv("QELI2C_BOARD"); variable && *variable)
+        return variable;
+    return access(DEFAULT_FILE, F_OK) == 0 ? DEFAULT_FILE : "";
+}
+
+} // namespace
+
+Board load_board(const std::string &file)
+{
+    Board board;
+    board.file = choose_file(file);
+    if (board.file.empty())
+        return board;
+    std::vector<simboard::DescriptionError> errors;
+    board.description = simboard::load_board_description(board.file, errors);
+    if (errors.empty())
+        return board;
+    for (const simboard::DescriptionError &error : errors)
+        std::fprintf(stderr, "%s\n", simboard::to_string(board.file, error).c_str());
+    throw usage_error("the board file cannot be used; nothing was done");
+}
+
+DevicePath path_of(const simboard::BoardDescription &board,
+                   const simboard::DeviceDescription &device)
+{
+    DevicePath path;
+    path.bus = device.bus;
+    path.address = device.address;
+    const simboard::DeviceDescription *inner = &device;
+    while (inner->parent >= 0) {
+        const simboard::DeviceDescription &parent =
+            board.devices[static_cast<size_t>(inner->parent)];
+        path.hops.push_back(Hop{parent.address, inner->channel});
+        inner = &parent;
+    }
+    std::reverse(path.hops.begin(), path.hops.end());
+    return path;
+}
+
+const simboard::DeviceDescription *device_at(const Board &board, const DevicePath &path)
+{
+    for (const simboard::DeviceDescription &device : board.description.devices)
+        if (path_of(board.description, device) == path)
+            return &device;
+    return nullptr;
+}
+
+Target resolve(const Board &board, const std::string &text)
+{
+    Target target;
+    if (text.find('/') != std::string::npos) {
+        target.path = parse_device_path(text);
+        if (const simboard::DeviceDescription *device = device_at(board, target.path)) {
+            target.name = device->name;
+            target.type = device->type;
+        }
+        return target;
+    }
+    for (const simboard::DeviceDescription &device : board.description.devices) {
+        if (device.name != text)
+            continue;
+        target = Target{path_of(board.description, device), device.name, device.type};
+        if (target.path.hops.size() > MOST_SWITCHES)
+            throw usage_error("device '" + text +
+                              "' sits behind more than two switches; two can be opened");
+        return target;
+    }
+    if (parse_number(text))
+        target.path = parse_device_path(text); // says what is wrong with it
+    if (board.file.empty())
+        throw usage_error("device '" + text +
+                          "' is not a path, and there is no board file "
+                          "to look up its name (--board FILE or QELI2C_BOARD)");
+    throw usage_error("no device named '" + text + "' in " + board.file +
+                      "; 'qeli2c list' shows those there are");
+}
+
+std::string to_string(const Target &target)
+{
+    if (target.name.empty())
+        return to_string(target.path);
+    return target.name + " (" + to_string(target.path) + ")";
+}
+
+} // namespace tool

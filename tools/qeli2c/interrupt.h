@@ -1,0 +1,22 @@
+// Ctrl-C and its kin never end the tool in the middle of a transfer: the bus is released and the
+// path closed first.
+#ifndef QELI2C_INTERRUPT_H
+#define QELI2C_INTERRUPT_H
+
+namespace tool
+{
+
+// From here on SIGINT, SIGTERM and SIGHUP only ask; a second one ends the process at once. SIGPIPE
+// is ignored, so that a reader of the output who goes away cannot end the tool while a path is
+// open.
+void defer_interrupts();
+
+// Whether one of them has come.
+bool interrupted();
+
+// Ends the process by the signal that came, as its parent expects. Returns when none came.
+void end_if_interrupted();
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,42 @@
+// What goes to standard output and standard error, and the questions asked there.
+#ifndef QELI2C_OUTPUT_H
+#define QELI2C_OUTPUT_H
+
+#include "board_file.h"
+#include "tool.h"
+
+#include <cstdint>
+#include <json/value.h>
+#include <string>
+#include <vector>
+
+namespace tool
+{
+
+// A JSON document on standard output, keys in alphabetical order.
+void print_json(const Json::Value &value);
+
+// {"path": ..., "name": ..., "type": ...}, the latter two where they are known.
+Json::Value json_of(const Target &target);
+
+// Bytes or words (`width` 1 or 2) from `offset` on, sixteen bytes a line: "0x0010: 00 01 ..." and
+// their characters.
+void print_dump(uint32_t offset, int offset_digits, const std::vector<uint32_t> &values, int width);
+
+// "0x00 0x01 ...", at most sixteen a line.
+void print_bytes(const std::vector<uint8_t> &bytes);
+
+// Says on standard error what is about to be done to something that can be damaged; asks when a
+// person is at the terminal and --yes was not given. Fails when the answer is no.
+void announce(const Options &options, const std::string &what);
+
+// What to call a target whose registers are not to be written lightly, "the EEPROM" or "the
+// switch"; empty for any other. A device the board file does not describe is judged by its address.
+std::string delicate(const Target &target);
+
+// One line that is overwritten by the next, on a terminal only; an empty text removes it.
+void show_progress(const Options &options, const std::string &text);
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,127 @@
+// The options get and set share, and the bytes they stand for.
+#include "register_access.h"
+
+#include "failure.h"
+#include "number.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+namespace tool
+{
+
+namespace
+{
+
+uint32_t usual_offset_width(const std::string &type)
+{
+    if (type == "at24c512")
+        return 2;
+    return type == "pca9548" ? 0 : 1; // the switch has a single register without a number
+}
+
+} // namespace
+
+void add_access_options(CLI::App &command, AccessOptions &options)
+{
+    command
+        .add_option("-w,--offset-width", options.offset_width,
+                    "Bytes of the register number, 0 to 4")
+        ->type_name("N");
+    command.add_flag("--word", options.word, "Values are 16 bits wide");
+    command.add_option("--order", options.order, "Byte order of words: little or big")
+        ->type_name("ORDER")
+        ->check(CLI::IsMember({"little", "big"}).description(""));
+    command.add_flag("--smbus", options.smbus, "SMBus byte or word command, one value");
+    command.add_flag("--pec", options.pec, "SMBus packet error checking");
+}
+
+Access make_access(const AccessOptions &options, const Target &target)
+{
+    Access access;
+    access.offset_width = options.offset_width.empty()
+                              ? usual_offset_width(target.type)
+                              : number_in(options.offset_width, 0, 4, "--offset-width");
+    access.value_width = options.word ? 2 : 1;
+    access.big_endian = options.order == "big";
+    access.smbus = options.smbus;
+    access.pec = options.pec;
+    if (access.big_endian && !options.word)
+        throw usage_error("--order needs --word");
+    if (access.pec && !access.smbus)
+        throw usage_error("--pec needs --smbus: plain messages carry no packet error code");
+    if (access.smbus && access.offset_width > 1)
+        throw usage_error("--smbus has a command byte; it cannot send a register number of " +
+                          std::to_string(access.offset_width) + " bytes");
+    if (access.smbus && access.offset_width == 0 && options.word)
+        throw usage_error("--smbus without a register number transfers one byte, not a word");
+    return access;
+}
+
+Memory memory_of(const Target &target)
+{
+    return target.type == "at24c512" ? Memory{65536, 128} : Memory{};
+}
+
+uint32_t parse_register(const std::string &text, const Access &access)
+{
+    const uint32_t last =
+        access.offset_width >= 4 ? UINT32_MAX : (1U << (8 * access.offset_width)) - 1;
+    const std::optional<uint32_t> value = parse_number(text);
+    if (value && *value > last)
+        throw usage_error("register " + text + " does not fit in " +
+                          std::to_string(access.offset_width) +
+                          (access.offset_width == 1 ? " byte (0x00 to 0xff)" : " bytes") +
+                          "; --offset-width gives more");
+    return number_in(text, 0, last, "register");
+}
+
+int offset_digits(const Access &access)
+{
+    return access.offset_width < 2 ? 2 : static_cast<int>(2 * access.offset_width);
+}
+
+std::vector<uint8_t> offset_bytes(uint32_t offset, const Access &access)
+{
+    std::vector<uint8_t> bytes;
+    for (uint32_t i = access.offset_width; i > 0; i--)
+        bytes.push_back(static_cast<uint8_t>(offset >> (8 * (i - 1))));
+    return bytes;
+}
+
+uint32_t largest_value(const Access &access)
+{
+    return access.value_width == 2 ? 0xffff : 0xff;
+}
+
+std::vector<uint32_t> values_of(const std::vector<uint8_t> &bytes, const Access &access)
+{
+    if (access.value_width == 1)
+        return {bytes.begin(), bytes.end()};
+    std::vector<uint32_t> values;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        const uint32_t high = bytes[access.big_endian ? i : i + 1];
+        const uint32_t low = bytes[access.big_endian ? i + 1 : i];
+        values.push_back(high << 8 | low);
+    }
+    return values;
+}
+
+std::vector<uint8_t> bytes_of(const std::vector<uint32_t> &values, const Access &access)
+{
+    std::vector<uint8_t> bytes;
+    for (const uint32_t value : values) {
+        const auto low = static_cast<uint8_t>(value);
+        const auto high = static_cast<uint8_t>(value >> 8);
+        if (access.value_width == 1) {
+            bytes.push_back(low);
+        } else {
+            bytes.push_back(access.big_endian ? high : low);
+            bytes.push_back(access.big_endian ? low : high);
+        }
+    }
+    return bytes;
+}
+
+} // namespace tool

@@ -1,0 +1,42 @@
+// What the commands of qeli2c share: global options, the board, failures, and one entry per
+// command.
+#ifndef QELI2C_TOOL_H
+#define QELI2C_TOOL_H
+
+#include "board_file.h"
+
+#include <functional>
+#include <string>
+
+namespace CLI
+{
+class App;
+}
+
+namespace tool
+{
+
+struct Options {
+    std::string board_file; // --board, empty when not given
+    bool json = false;
+    bool yes = false;
+    bool quiet = false;
+    bool verbose = false;
+};
+
+struct Tool {
+    Options options;
+    std::function<void()> action; // what the command line asked for, run once it has been parsed
+};
+
+// Each adds its command and options to the command line and, when that command is chosen, sets
+// tool.action.
+void add_scan(CLI::App &app, Tool &tool);
+void add_get(CLI::App &app, Tool &tool);
+void add_set(CLI::App &app, Tool &tool);
+void add_xfer(CLI::App &app, Tool &tool);
+void add_list(CLI::App &app, Tool &tool);
+
+} // namespace tool
+
+#endif
