@@ -1,0 +1,232 @@
+// qeli2c-stress: load on a board through the library, from many threads of many processes, every
+// byte checked.
+#include "stress.h"
+
+#include "tools/qeli2c/failure.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <initializer_list>
+#include <iostream>
+#include <new>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+using bench::Plan;
+using bench::Shared;
+
+constexpr std::chrono::microseconds START_POLL(200);
+
+struct Arguments {
+    Plan plan;
+    std::vector<std::string> devices;
+    std::string board_file;
+    double most_deviation = -1;
+    bool json = false;
+};
+
+Shared *g_shared = nullptr; // for the signal handler
+volatile std::sig_atomic_t g_signal = 0;
+
+void stop_on_signal(int number)
+{
+    g_signal = number;
+    g_shared->stop.store(true);
+}
+
+void stop_on_signals()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = stop_on_signal;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(number, &action, nullptr);
+}
+
+Shared *map_shared(uint32_t workers)
+{
+    const size_t size = sizeof(Shared) + alignof(bench::Worker) + workers * sizeof(bench::Worker);
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw tool::operation_failed(std::string("no memory for the results: ") +
+                                     std::strerror(errno));
+    auto *shared = new (memory) Shared;
+    void *after = shared + 1;
+    size_t space = size - sizeof(Shared);
+    std::align(alignof(bench::Worker), workers * sizeof(bench::Worker), after, space);
+    shared->workers = static_cast<bench::Worker *>(after);
+    for (uint32_t i = 0; i < workers; i++)
+        new (shared->workers + i) bench::Worker;
+    return shared;
+}
+
+[[noreturn]] void run_child(const Plan &plan, Shared &shared, uint32_t process)
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM); // nobody works on when the parent is gone
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < plan.threads; i++)
+        threads.emplace_back([&plan, &shared, worker = process * plan.threads + i] {
+            shared.ready.fetch_add(1);
+            while (!shared.go && !shared.stop)
+                std::this_thread::sleep_for(START_POLL);
+            bench::work(plan, shared, worker);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    _exit(0);
+}
+
+std::vector<pid_t> start_children(const Plan &plan, Shared &shared)
+{
+    std::vector<pid_t> children;
+    for (uint32_t process = 0; process < plan.processes; process++) {
+        const pid_t child = fork();
+        if (child == 0)
+            run_child(plan, shared, process);
+        if (child < 0) {
+            shared.stop = true;
+            std::cerr << "qeli2c-stress: cannot start process " << process << ": "
+                      << std::strerror(errno) << "\n";
+            break;
+        }
+        children.push_back(child);
+    }
+    return children;
+}
+
+// Waits for one child, or with WNOHANG only looks; notes the ones that did not end well and stops
+// the others then.
+bool collect(const std::vector<pid_t> &children, int options, Shared &shared,
+             bench::Outcome &outcome)
+{
+    int status = 0;
+    pid_t child;
+    do
+        child = waitpid(-1, &status, options);
+    while (child < 0 && errno == EINTR);
+    if (child <= 0)
+        return false;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        shared.stop = true;
+        for (uint32_t i = 0; i < children.size(); i++)
+            if (children[i] == child)
+                outcome.dead.push_back(i);
+    }
+    return true;
+}
+
+bench::Outcome run(const Plan &plan, Shared &shared)
+{
+    bench::Outcome outcome;
+    const std::vector<pid_t> children = start_children(plan, shared);
+    while (shared.ready < plan.processes * plan.threads && !shared.stop) {
+        collect(children, WNOHANG, shared, outcome);
+        std::this_thread::sleep_for(START_POLL);
+    }
+    const int64_t start = bench::monotonic_nanoseconds();
+    shared.deadline = start + static_cast<int64_t>(plan.seconds * 1e9);
+    shared.go = true;
+    while (collect(children, 0, shared, outcome)) {
+    }
+    outcome.seconds = static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e9;
+    outcome.interrupted = g_signal != 0;
+    for (auto process = static_cast<uint32_t>(children.size()); process < plan.processes; process++)
+        outcome.dead.push_back(process);
+    return outcome;
+}
+
+void complete_plan(Arguments &arguments)
+{
+    Plan &plan = arguments.plan;
+    if ((plan.transfers == 0) == (plan.seconds <= 0))
+        throw tool::usage_error("give either --transfers or --seconds");
+    const tool::Board board = tool::load_board(arguments.board_file);
+    for (const std::string &text : arguments.devices) {
+        plan.devices.push_back(resolve(board, text));
+        const tool::Target &target = plan.devices.back();
+        if (!target.type.empty() && target.type != "registers")
+            throw tool::usage_error(
+                to_string(target) + " is of type " + target.type +
+                "; the load overwrites all registers and needs a 'registers' device");
+    }
+    if (!bench::window_of(plan, 0))
+        throw tool::usage_error("too many workers for " + std::to_string(plan.devices.size()) +
+                                " devices: each needs " + std::to_string(bench::SMALLEST_WINDOW) +
+                                " of 256 registers");
+}
+
+void add_options(CLI::App &app, Arguments &arguments)
+{
+    app.add_option("--processes", arguments.plan.processes, "Processes")
+        ->check(CLI::Range(1, 1000));
+    app.add_option("--threads", arguments.plan.threads, "Threads of each")
+        ->check(CLI::Range(1, 1000));
+    app.add_option("--transfers", arguments.plan.transfers, "End after so many transfers in all");
+    app.add_option("--seconds", arguments.plan.seconds, "End after so long")
+        ->check(CLI::Range(0.001, 1e6));
+    app.add_option("--device", arguments.devices, "Devices, by path or name")
+        ->required()
+        ->delimiter(',');
+    app.add_option("--board", arguments.board_file, "Board file; else $QELI2C_BOARD");
+    app.add_option("--max-share-deviation", arguments.most_deviation,
+                   "Largest deviation from the mean share")
+        ->type_name("PERCENT")
+        ->check(CLI::Range(0.0, 1e6));
+    app.add_flag("--json", arguments.json, "Print the report as JSON");
+    app.footer("The devices have 256 registers with one-byte numbers. They are dealt out to\n"
+               "the workers in turn; each worker writes patterns into registers of its own\n"
+               "and reads them back. Exit status: 0 clean, 1 errors, wrong bytes, shares\n"
+               "that deviate too much or a process that died, 2 wrong usage.");
+}
+
+int stress(Arguments &arguments)
+{
+    complete_plan(arguments);
+    g_shared = map_shared(arguments.plan.processes * arguments.plan.threads);
+    stop_on_signals();
+    const bench::Outcome outcome = run(arguments.plan, *g_shared);
+    if (outcome.interrupted)
+        std::cerr << "qeli2c-stress: interrupted; this is how far it got\n";
+    const bool clean =
+        report(arguments.plan, *g_shared, outcome, arguments.most_deviation, arguments.json);
+    if (outcome.interrupted && clean) {
+        std::signal(g_signal, SIG_DFL);
+        std::raise(g_signal);
+    }
+    return clean ? tool::EXIT_DONE : tool::EXIT_FAILED;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    CLI::App app("Puts load on the devices of a board and checks every byte.", "qeli2c-stress");
+    add_options(app, arguments);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError &error) {
+        std::cerr << "qeli2c-stress: " << error.what() << " (see 'qeli2c-stress --help')\n";
+        return tool::EXIT_USAGE;
+    }
+    try {
+        return stress(arguments);
+    } catch (const tool::Failure &failure) {
+        std::cerr << "qeli2c-stress: " << failure.message << "\n";
+        return failure.status;
+    }
+}

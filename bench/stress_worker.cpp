@@ -1,0 +1,119 @@
+// One worker of the load: writes, reads back, compares.
+#include "stress.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+
+namespace bench
+{
+
+namespace
+{
+
+constexpr uint32_t LARGEST_WINDOW = 32;
+
+using Pattern = std::array<uint8_t, 1 + LARGEST_WINDOW>; // the register number, then the values
+
+struct Job {
+    ei2c_client client{};
+    Window window;
+    uint32_t number = 0;
+};
+
+bool draw(const Plan &plan, Shared &shared)
+{
+    if (shared.stop.load(std::memory_order_relaxed))
+        return false;
+    if (plan.transfers)
+        return shared.drawn.fetch_add(1, std::memory_order_relaxed) < plan.transfers;
+    return monotonic_nanoseconds() < shared.deadline.load(std::memory_order_relaxed);
+}
+
+// Every byte depends on the worker and on the sequence number, so that another worker's or an older
+// byte is seen.
+uint8_t pattern_byte(uint32_t worker, uint64_t sequence, uint32_t position)
+{
+    uint64_t mixed = (static_cast<uint64_t>(worker) << 48) ^ (sequence << 8) ^ position;
+    mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9ULL; // the finaliser of splitmix64
+    mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebULL;
+    return static_cast<uint8_t>(mixed >> 56);
+}
+
+bool timed_transfer(const Job &job, i2c_msg *messages, uint32_t count, Worker &result)
+{
+    const int64_t start = monotonic_nanoseconds();
+    errno = 0;
+    const int32_t done = ei2c_rdwr_xfer(&job.client, messages, count);
+    const int error = errno;
+    record(result.waits, static_cast<uint64_t>(monotonic_nanoseconds() - start));
+    if (done == static_cast<int32_t>(count)) {
+        result.transfers.fetch_add(1, std::memory_order_relaxed);
+        return true;
+    }
+    if (result.errors.fetch_add(1, std::memory_order_relaxed) == 0) {
+        result.first_result = done;
+        result.first_errno = error;
+    }
+    return false;
+}
+
+bool write_pattern(const Job &job, Pattern &pattern, Worker &result)
+{
+    i2c_msg message{job.client.addr, 0, static_cast<uint16_t>(1 + job.window.size), pattern.data()};
+    return timed_transfer(job, &message, 1, result);
+}
+
+void read_and_compare(const Job &job, const Pattern &pattern, Worker &result)
+{
+    uint8_t first = job.window.first;
+    std::array<uint8_t, LARGEST_WINDOW> values{};
+    i2c_msg messages[2] = {{job.client.addr, 0, 1, &first},
+                           {job.client.addr, I2C_M_RD, job.window.size, values.data()}};
+    if (!timed_transfer(job, messages, 2, result))
+        return;
+    for (uint32_t i = 0; i < job.window.size; i++) {
+        if (values[i] == pattern[1 + i])
+            continue;
+        if (result.wrong_bytes.fetch_add(1, std::memory_order_relaxed) == 0)
+            result.first_wrong = (job.window.first + i) << 16 |
+                                 static_cast<uint32_t>(pattern[1 + i]) << 8 | values[i];
+    }
+}
+
+} // namespace
+
+int64_t monotonic_nanoseconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+std::optional<Window> window_of(const Plan &plan, uint32_t worker)
+{
+    const auto devices = static_cast<uint32_t>(plan.devices.size());
+    const uint32_t workers = plan.processes * plan.threads;
+    const uint32_t sharing = (workers + devices - 1) / devices; // workers on the busiest device
+    const uint32_t size = std::min(REGISTERS / sharing, LARGEST_WINDOW);
+    if (size < SMALLEST_WINDOW)
+        return std::nullopt;
+    return Window{static_cast<uint8_t>(worker / devices * size), static_cast<uint8_t>(size)};
+}
+
+void work(const Plan &plan, Shared &shared, uint32_t worker)
+{
+    Worker &result = shared.workers[worker];
+    const Job job{to_client(plan.devices[worker % plan.devices.size()].path),
+                  *window_of(plan, worker), worker};
+    for (uint64_t sequence = 1; draw(plan, shared); sequence++) {
+        Pattern pattern{job.window.first};
+        for (uint32_t i = 0; i < job.window.size; i++)
+            pattern[1 + i] = pattern_byte(worker, sequence, i);
+        if (write_pattern(job, pattern, result) && draw(plan, shared))
+            read_and_compare(job, pattern, result);
+    }
+}
+
+} // namespace bench
