@@ -34,6 +34,17 @@
         errno = error_;                                                                            \
     } while (0)
 
+// A line at 180 that names the reporting function or step: an error, or with the plain prefix a
+// success.
+#define QEL_AUDIT(function, format, ...)                                                           \
+    IDBG_LINUXAPP_AuditOut(180, "[err:%s:%d]" format, function, __LINE__, __VA_ARGS__)
+#define QEL_AUDIT_TEXT(function, text)                                                             \
+    IDBG_LINUXAPP_AuditOut(180, "[err:%s:%d]" text, function, __LINE__)
+#define QEL_AUDIT_SUCCESS(function, format, ...)                                                   \
+    IDBG_LINUXAPP_AuditOut(180, "[%s:%d]" format, function, __LINE__, __VA_ARGS__)
+#define QEL_AUDIT_SUCCESS_TEXT(function, text)                                                     \
+    IDBG_LINUXAPP_AuditOut(180, "[%s:%d]" text, function, __LINE__)
+
 // Reports a null argument of the function and returns `result` from it.
 #define QEL_REQUIRE(function, argument, result)                                                    \
     do {                                                                                           \

@@ -460,6 +460,335 @@ int32_t ei2c_smbus_write_byte_data_without_lock(const ei2c_client *eclient, uint
 
 /** @} */
 
+/**
+ * @defgroup offset Offset-addressed access
+ * @brief Devices whose internal address, the offset, is sent ahead of the data as @p offsetlen
+ * bytes, most significant first; bytes beyond four are 0. One ei2c_rdwr_xfer() each.
+ * @{
+ */
+
+/**
+ * @brief Sends the offset and reads, in one combined transfer; a plain read when @p offsetlen is 0.
+ * @param eclient   the device
+ * @param datalen   bytes to read, below 65536
+ * @param data      receives them
+ * @param offsetlen bytes of the offset, below 65536
+ * @param offset    the offset
+ * @return messages done, 2 or 1; negative on failure; 0 when there was no memory
+ */
+int32_t i2cRead(const ei2c_client *eclient, uint32_t datalen, uint8_t *data, uint32_t offsetlen,
+                uint32_t offset);
+
+/**
+ * @brief Sends the offset and the data in one message.
+ * @param eclient   the device
+ * @param datalen   bytes to write; with @p offsetlen at most 65534
+ * @param data      the bytes
+ * @param offsetlen bytes of the offset
+ * @param offset    the offset
+ * @return 1; negative on failure; 0 when there was no memory
+ */
+int32_t i2cWrite(const ei2c_client *eclient, uint32_t datalen, const uint8_t *data,
+                 uint32_t offsetlen, uint32_t offset);
+
+/** @} */
+
+/**
+ * @defgroup eeprom EEPROMs
+ * @brief EEPROMs of the AT24C512 class: two address bytes (offsets wrap at 65536), transfers within
+ * 32-byte pages. A pause follows each transfer, 25 ms after a write, 5 ms after a read. Whole
+ * operations of all processes exclude each other by one semaphore (key 0x3001); the bus is free
+ * between their pages.
+ * @{
+ */
+
+/** @brief Writes at most to the end of the page. @return bytes written; -1; or the transfer's
+ * result when not 1. */
+int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data,
+                             int32_t len);
+/** @brief Reads at most to the end of the page. @return bytes read; -1; or the transfer's result
+ * when not 2. */
+int32_t ee_eeprom_page_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len);
+/**
+ * @brief Writes @p len bytes at @p offset; blocks for at least 25 ms per page.
+ * @return bytes written before a page failed; the first page's result when it failed; 0 without the
+ * semaphore
+ */
+int32_t eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data, int32_t len);
+/** @brief Reads @p len bytes at @p offset; blocks for at least 5 ms per page. @return as
+ * eeprom_write() */
+int32_t eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len);
+/** @brief A second name of eeprom_read(). */
+int32_t ei2c_eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *buf, int32_t len);
+/** @brief A second name of eeprom_write(). */
+int32_t ei2c_eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *buf,
+                          int32_t len);
+/** @brief eeprom_read(), up to three times until the result is positive, with a second's pause
+ * after each failure. */
+int32_t ei2c_eeprom_read_retry(const ei2c_client *eclient, int32_t offset, uint8_t *buf,
+                               int32_t len);
+/** @brief eeprom_write(), up to three times until the result is positive, with a second's pause
+ * after each failure. */
+int32_t ei2c_eeprom_write_retry(const ei2c_client *eclient, int32_t offset, const uint8_t *buf,
+                                int32_t len);
+/** @brief The id of the EEPROM semaphore, created at first use. @return negative when it cannot be
+ * had. */
+int32_t ee_eeprom_semid(void);
+/** @brief Takes the EEPROM semaphore, before any bus. @return its id, or negative. */
+int32_t ee_lock_eeprom(void);
+/** @brief Releases it. @return negative on failure. */
+int32_t ee_unlock_eeprom(void);
+
+/** @} */
+
+/**
+ * @defgroup bridge Bridge hold
+ * @brief A bus held with the path to a bridge open. The owner table is not written. Rules as for
+ * bus holds.
+ * @{
+ */
+
+/**
+ * @brief Takes the bus and tries at most four times to open the path.
+ * @param eclient   the bridge
+ * @param psdwSemId receives the semaphore id
+ * @param pfd       receives the bus's descriptor
+ * @return 0 when the bus is held, whether or not the path is open; -1 with nothing held
+ */
+int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwSemId, int32_t *pfd);
+
+/** @brief Closes the path, four times over, and releases the bus. @return 0; -1 for a null argument
+ * or no record. */
+int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwSemId,
+                                          int32_t *pfd);
+
+/** @} */
+
+/**
+ * @brief Bit 16 of a bus controller's status register, at physical 0x1E78A088 + 0x80 x bus; no bus
+ * traffic, no lock.
+ * @param busNo  0 to 15
+ * @param status receives 0 or 1
+ * @return 0, or -1
+ */
+int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status);
+
+/**
+ * @defgroup pca9535 PCA9535 GPIO expander
+ * @brief 16 pins; pin p is bit p. Pins a device does not have change nothing and read as 0. A
+ * change reads a register and writes it back, taking the bus for each: callers who change pins of
+ * one expander at the same time must keep each other out. Results are those of the last SMBus call,
+ * 0 on success. Registers: NXP PCA9535 data sheet.
+ * @{
+ */
+
+/** @brief Makes a pin an input. */
+int32_t pca9535_gpio_direction_input(const ei2c_client *eclient, uint32_t pin);
+/** @brief Sets a pin's level, then makes it an output. */
+int32_t pca9535_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, int value);
+/** @brief Reads a pin's level, 0 or 1. @return also 0 when the read failed, with @p val unchanged.
+ */
+int32_t pca9535_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
+/** @brief Sets a pin's output level; its direction stays. */
+int32_t pca9535_gpio_set_value(const ei2c_client *eclient, uint32_t pin, int value);
+/** @brief Makes the masked pins inputs. */
+int32_t pca9535_gpio_word_direction_input(const ei2c_client *eclient, uint16_t mask);
+/** @brief Sets the masked pins' levels, then makes them outputs. */
+int32_t pca9535_gpio_word_direction_output(const ei2c_client *eclient, uint16_t mask,
+                                           uint16_t value);
+/** @brief Reads the masked pins' levels, in place. @return negative when the read failed. */
+int32_t pca9535_gpio_word_get_value(const ei2c_client *eclient, uint16_t mask, uint32_t *val);
+/** @brief Sets the masked pins' output levels; their direction stays. */
+int32_t pca9535_gpio_word_set_value(const ei2c_client *eclient, uint16_t mask, uint16_t value);
+/** @brief Reads the masked bits of the output register. @return also 0 when the read failed, @p val
+ * unchanged. */
+int32_t pca9535_gpio_word_get_output_value(const ei2c_client *client, uint16_t mask, uint32_t *val);
+/** @brief Makes the masked pins inputs and reads them. */
+int32_t ei2c_pca9535_get_word_value(const ei2c_client *eclient, uint16_t mask, uint32_t *val);
+/** @brief A second name of pca9535_gpio_word_set_value(). */
+int32_t ei2c_pca9535_set_word_value(const ei2c_client *eclient, uint16_t mask, uint16_t value);
+/** @brief Makes a pin an input and reads it. */
+int32_t ei2c_pca9535_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
+/** @brief A second name of pca9535_gpio_direction_output(). */
+int32_t ei2c_pca9535_set_value(const ei2c_client *eclient, uint32_t pin, int value);
+/** @brief Reads a pin's output bit in place: 0 or 1 << pin; always 0 for pins 15 and 16. @return -1
+ * above pin 16. */
+int32_t ei2c_pca9535_get_output_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
+
+/** @} */
+
+/**
+ * @defgroup pca9554 PCA9554 GPIO expander
+ * @brief 8 pins; as the PCA9535 otherwise. Registers: NXP PCA9554 data sheet.
+ * @{
+ */
+
+/** @brief Makes a pin an input. */
+int32_t pca9554_gpio_direction_input(const ei2c_client *eclient, uint32_t pin);
+/** @brief Sets a pin's level, then makes it an output. */
+int32_t pca9554_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, int value);
+/** @brief Reads a pin's level, 0 or 1. @return also 0 when the read failed, with @p val unchanged.
+ */
+int32_t pca9554_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
+/** @brief Sets a pin's output level; its direction stays. */
+int32_t pca9554_gpio_set_value(const ei2c_client *eclient, uint32_t pin, int value);
+/** @brief Makes the masked pins inputs. */
+int32_t pca9554_gpio_byte_direction_input(const ei2c_client *eclient, uint8_t mask);
+/** @brief Sets the masked pins' levels, then makes them outputs. */
+int32_t pca9554_gpio_byte_direction_output(const ei2c_client *eclient, uint8_t mask, uint8_t value);
+/** @brief Reads the masked pins' levels, in place. @return also 0 when the read failed, with @p val
+ * unchanged. */
+int32_t pca9554_gpio_byte_get_value(const ei2c_client *eclient, uint8_t mask, uint8_t *val);
+/** @brief Sets the masked pins' output levels; their direction stays. */
+int32_t pca9554_gpio_byte_set_value(const ei2c_client *eclient, uint8_t mask, uint8_t value);
+
+/** @} */
+
+/**
+ * @defgroup tpa626 TPA626 power monitor
+ * @brief Power and bus voltage. The bus is taken for each register access. All calls: 0 on success,
+ * -1 on failure with the value untouched.
+ * @{
+ */
+
+/** @brief Describes a monitor and its scaling; 60 bytes. */
+typedef struct tpa626_info {
+    ei2c_client client;    /**< The monitor. */
+    uint16_t wConfig;      /**< Configuration word, low byte first on the wire. */
+    uint16_t wCalibration; /**< Calibration word, low byte first on the wire. */
+    uint32_t dwRsv1;       /**< Not read. */
+    float fPowerCoef1;     /**< Power is raw x fPowerCoef1 x fPowerCoef2 / 1000. */
+    float fVoltCoef1;      /**< Voltage is raw x fVoltCoef1 x fVoltCoef2 / 1000. */
+    uint32_t dwRsv2;       /**< Not read. */
+    float fPowerCoef2;     /**< See fPowerCoef1. */
+    float fVoltCoef2;      /**< See fVoltCoef1. */
+} tpa626_info;
+
+/**
+ * @brief Power in watts with a preset calibration; failed writes of the configuration do not fail
+ * the call.
+ * @param i2c_client     the monitor
+ * @param ucCalibSel     preset 1, 2 or 3; any other value is the default one
+ * @param pfOutReadValue receives raw x 0.025
+ */
+int32_t TPA626_GetPower(const ei2c_client *i2c_client, uint8_t ucCalibSel, float *pfOutReadValue);
+/** @brief Bus voltage in volts, 1.25 mV per count; nothing is written to the monitor. */
+int32_t TPA626_GetVolt(const ei2c_client *i2c_client, float *pfOutReadValue);
+/** @brief Power by a description; configuration and calibration are written first. */
+int32_t TPA626_GetPowerByInfo(const tpa626_info *info, float *pfOutReadValue);
+/** @brief Bus voltage by a description; configuration and calibration are written first. */
+int32_t TPA626_GetVoltByInfo(const tpa626_info *info, float *pfOutReadValue);
+
+/** @} */
+
+/**
+ * @defgroup retimer Retimers
+ * @brief Raw block transfers. All calls: 0 on success, -1 on failure.
+ * @{
+ */
+
+/** @brief A retimer and the switches in front of it, in bytes. */
+typedef struct retimer_i2c_dev {
+    uint8_t ucBus;       /**< Bus number. */
+    uint8_t ucAddr;      /**< 7-bit slave address. */
+    uint8_t aucRsv[4];   /**< Not read. */
+    uint8_t ucSwiValid;  /**< 1: the fields below hold; any other value: no switch. */
+    uint8_t ucSwiAddr;   /**< Address of the switch in front of the device. */
+    uint8_t ucSwiChnl;   /**< Its channel. */
+    uint8_t ucUpSwiAddr; /**< Address of the switch in front of that one, 0 for none. */
+    uint8_t ucUpSwiChnl; /**< Its channel. */
+} retimer_i2c_dev;
+
+/** @brief Sends @p dwDataLen bytes (at most 65535) as they are. */
+int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
+                                  const uint8_t *pucData);
+/** @brief Sends the register byte and reads @p dwDataLen bytes, of which the first 255 are handed
+ * out. */
+int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr,
+                                 uint32_t dwDataLen, uint8_t *pucReaddata);
+/** @brief Retimer_I2CWriteBlockData() by a byte record. */
+int32_t Retimer_I2CWrite(const retimer_i2c_dev *device, uint32_t datalen, const uint8_t *pucData);
+/** @brief Retimer_I2CReadBlockData() by a byte record; `pucBuf[0]` is the register byte, then the
+ * data replace it. */
+int32_t Retimer_I2CRead(const retimer_i2c_dev *device, uint32_t datalen, uint8_t *pucBuf);
+
+/** @} */
+
+/**
+ * @defgroup epld Board logic
+ * @brief Register access to EPLDs and FPGAs, and which vendor's EPLD answers at an address. Offsets
+ * go out most significant byte first; bytes beyond four are 0. Calls return 0 or -1 unless they say
+ * otherwise.
+ * @{
+ */
+
+/** @brief Sends the offset and reads, in one combined transfer. On failure @p pucData holds what
+ * arrived. */
+int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
+                            uint32_t dwDataLen, uint8_t *pucData);
+/** @brief Sends the offset and the data in one message of at most 65535 bytes. */
+int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
+                             uint32_t dwDataLen, const uint8_t *pucData);
+/**
+ * @brief Writes at one offset, then reads at another, as two transfers under one hold of the bus.
+ * @param client        the device
+ * @param pdwOffsetAddr two offsets: of the write, of the read
+ * @param ucOffsetLen   bytes of each offset
+ * @param pdwDataLen    two lengths: to write, to read
+ * @param pucWriteData  the bytes to write
+ * @param pucReadData   receives the bytes read
+ */
+int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t *pdwOffsetAddr,
+                                      uint8_t ucOffsetLen, const uint32_t *pdwDataLen,
+                                      const uint8_t *pucWriteData, uint8_t *pucReadData);
+
+/** @brief Sends the command byte and the offset, and reads, in one combined transfer. */
+int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
+                                  uint32_t dwOffsetLen, uint32_t dwDataLen, uint8_t *pucData);
+/** @brief Sends the command byte, the offset and the data, zeros for a null @p pucData, in one
+ * message. */
+int32_t pango_i2c_write_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
+                                   uint32_t dwOffsetLen, uint32_t dwDataLen,
+                                   const uint8_t *pucData);
+/** @brief One try of a command byte and a value, with @p bRead followed by a one-byte read. A
+ * refusal is success. */
+int32_t pango_i2c_write_or_read_with_nack(const ei2c_client *client, uint8_t ucReg,
+                                          uint32_t dwValue, uint32_t dwValueLen, int32_t bRead);
+
+/**
+ * @brief Asks for the identification of each vendor's EPLD until one answers.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 3 Anlogic, 2 Lattice, 1 Pango, -1 none
+ */
+int32_t epld_i2c_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+/** @brief Identification of an Anlogic EF2, then of an EF3. */
+int32_t epld_anlogic_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+/** @brief Identification of the SPI flash behind an Anlogic EF2; leaves its port in SPI mode. */
+int32_t epld_anlogic_ef2_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+/** @brief Identification of an Anlogic EF3, in reading order. */
+int32_t epld_anlogic_ef3_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+/** @brief Identification of a Lattice EPLD. */
+int32_t epld_lattice_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+/** @brief Identification of a Pango EPLD: three bytes, bits in reading order, and a 0. */
+int32_t epld_pango_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
+
+/** @brief Four bytes as a word, the first one most significant. */
+uint32_t BytesToDword(const uint8_t *pucData);
+/** @brief Reverses the order of the first @p n bytes. */
+void reverseArray(uint8_t *pucData, int32_t n);
+
+/** @brief Reads @p wLen bytes at a register of a subcard's EPLD. */
+int32_t epld_card_epld_read(const ei2c_client *client, uint8_t ucReg, uint8_t *buf, uint16_t wLen);
+/** @brief Always -1: there is no subcard EPLD in the table. */
+int32_t card_epld_read(void);
+/** @brief Number of subcard EPLDs in the table: 0. */
+uint32_t card_epld_cnt(void);
+/** @brief An entry of that table. @return null from card_epld_cnt() on. */
+struct card_epld *card_epld_dev(uint32_t dwIndex);
+
+/** @} */
+
 #ifdef __GNUC__
 #pragma GCC visibility pop
 #endif

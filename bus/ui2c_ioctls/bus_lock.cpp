@@ -25,33 +25,6 @@ constexpr uint32_t wait_without_limit = 65535;
 constexpr off_t owner_table_address = 0xB8210000;
 constexpr size_t owner_table_size = lockable_buses * sizeof(uint32_t);
 
-int32_t load(const int32_t &value)
-{
-    return __atomic_load_n(&value, __ATOMIC_ACQUIRE);
-}
-void store(int32_t &value, int32_t to)
-{
-    __atomic_store_n(&value, to, __ATOMIC_RELEASE);
-}
-
-// Gives `cached`, creating it first when it is negative. Threads that arrive together wait for one
-// creation; a failed one is tried again by the next caller.
-template <typename Create>
-int32_t create_once(int32_t &cached, Create create)
-{
-    int32_t value = load(cached);
-    if (value >= 0)
-        return value;
-    (void)pthread_mutex_lock(&first_use_mutex);
-    value = cached;
-    if (value < 0) {
-        value = create();
-        store(cached, value);
-    }
-    (void)pthread_mutex_unlock(&first_use_mutex);
-    return value;
-}
-
 int32_t open_device_file(uint32_t bus)
 {
     char path[16] = {};

@@ -2,8 +2,7 @@
 #ifndef QELI2C_BUS_CORE_H
 #define QELI2C_BUS_CORE_H
 
-#include <pthread.h>
-
+#include "bus/first_use.h"
 #include "bus/report.h"
 #include "qeli2c.h"
 
@@ -18,12 +17,6 @@ struct DevicePath {
 };
 
 // registry
-//
-// The mutex of the registry, and the one under which per-bus state is created. They are never held
-// together; the second may be taken while a bus is held.
-extern pthread_mutex_t registry_mutex;
-extern pthread_mutex_t first_use_mutex;
-
 bool find_device(const ei2c_client &eclient, DevicePath &path);
 
 // bus_lock

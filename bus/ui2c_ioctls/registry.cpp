@@ -3,11 +3,12 @@
 
 #include "bus/ui2c_ioctls/core.h"
 
-pthread_mutex_t registry_mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t first_use_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 namespace
 {
+
+pthread_mutex_t registry_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 ui2c_adapter adapters = {0xFFFFFFFF, "dummy-adapter", nullptr, nullptr};
 ui2c_switch switches = {nullptr, nullptr, 0, "dummy-switch", nullptr};

@@ -1,0 +1,132 @@
+// Register access to board logic: an offset of any length, most significant byte first, ahead of
+// the data.
+#include "epld/epld/epld.h"
+
+namespace
+{
+
+// The bytes of one write message; a length of 0 goes with a null buffer.
+struct Sent {
+    uint8_t *bytes = nullptr;
+    uint16_t length = 0;
+};
+
+// False when there is no memory. The total was found to fit a message.
+bool lay_out(Sent &sent, uint32_t offset, uint8_t offset_length, const uint8_t *data,
+             uint32_t data_length)
+{
+    sent.length = static_cast<uint16_t>(offset_length + data_length);
+    if (sent.length == 0)
+        return true;
+    sent.bytes = static_cast<uint8_t *>(malloc(sent.length));
+    if (sent.bytes == nullptr)
+        return false;
+    put_big_endian(sent.bytes, offset_length, offset);
+    if (data_length != 0)
+        (void)qel_memcpy_s(sent.bytes + offset_length, data_length, data, data_length);
+    return true;
+}
+
+bool fits(const char *function, uint8_t offset_length, uint32_t data_length)
+{
+    if (uint64_t{offset_length} + data_length <= longest_message)
+        return true;
+    QEL_AUDIT_TEXT(function, "ucOffsetLen + dwDataLen overflow !\n");
+    return false;
+}
+
+void trace_read_data(const uint8_t *data, uint32_t length)
+{
+    QEL_RUNTIME_TEXT("readData:");
+    for (uint32_t i = 0; i < length; ++i)
+        QEL_RUNTIME(" %x", data[i]);
+    QEL_RUNTIME_TEXT("\n");
+}
+
+} // namespace
+
+int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
+                            uint32_t dwDataLen, uint8_t *pucData)
+{
+    QEL_REQUIRE("i2c_read_multi_para", client, -1);
+    if (dwDataLen != 0)
+        QEL_REQUIRE("i2c_read_multi_para", pucData, -1);
+    Sent sent;
+    if (lay_out(sent, dwOffsetAddr, ucOffsetLen, nullptr, 0)) {
+        i2c_msg messages[2] = {
+            {client->addr, 0, sent.length, sent.bytes},
+            {client->addr, I2C_M_RD, static_cast<uint16_t>(dwDataLen & 0xFFFF), pucData}};
+        const int32_t ret = ei2c_rdwr_xfer(client, messages, 2);
+        trace_read_data(pucData, dwDataLen);
+        if (ret < 0)
+            QEL_AUDIT_TEXT("i2c_read_multi_para", "Read data failed!\n");
+        free_keeping_errno(sent.bytes);
+        if (ret >= 0)
+            return 0;
+    }
+    QEL_AUDIT("i2c_read_multi_para",
+              "i2c I/O error at bus(%d), slave(0x%x), reg(0x%x): I2ReaMultPara failed !\n",
+              static_cast<int>(client->bus), client->addr, dwOffsetAddr);
+    return -1;
+}
+
+int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
+                             uint32_t dwDataLen, const uint8_t *pucData)
+{
+    QEL_REQUIRE("i2c_write_multi_para", client, -1);
+    QEL_REQUIRE("i2c_write_multi_para", pucData, -1);
+    if (!fits("i2c_write_multi_para", ucOffsetLen, dwDataLen))
+        return -1;
+    Sent sent;
+    int32_t ret = -1;
+    if (lay_out(sent, dwOffsetAddr, ucOffsetLen, pucData, dwDataLen)) {
+        i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
+        ret = ei2c_rdwr_xfer(client, &message, 1);
+        free_keeping_errno(sent.bytes);
+    }
+    if (ret >= 0)
+        return 0;
+    QEL_AUDIT("i2c_write_multi_para",
+              "i2c I/O error at bus(%d), slave(0x%x), reg(0x%x): DC_I2CWriteMultiPara() failed !\n",
+              static_cast<int>(client->bus), client->addr, dwOffsetAddr);
+    return -1;
+}
+
+int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t *pdwOffsetAddr,
+                                      uint8_t ucOffsetLen, const uint32_t *pdwDataLen,
+                                      const uint8_t *pucWriteData, uint8_t *pucReadData)
+{
+    const char *const self = "i2c_write_and_read_multi_para";
+    QEL_REQUIRE(self, client, -1);
+    QEL_REQUIRE(self, pdwOffsetAddr, -1);
+    QEL_REQUIRE(self, pdwDataLen, -1);
+    if (pdwDataLen[0] != 0)
+        QEL_REQUIRE(self, pucWriteData, -1);
+    if (pdwDataLen[1] != 0)
+        QEL_REQUIRE(self, pucReadData, -1);
+    if (!fits(self, ucOffsetLen, pdwDataLen[0]))
+        return -1;
+    Sent written;
+    if (!lay_out(written, pdwOffsetAddr[0], ucOffsetLen, pucWriteData, pdwDataLen[0]))
+        return -1;
+    Sent offset;
+    int32_t ret = -1;
+    if (lay_out(offset, pdwOffsetAddr[1], ucOffsetLen, nullptr, 0)) {
+        i2c_msg set0 = {client->addr, 0, written.length, written.bytes};
+        i2c_msg set1[2] = {
+            {client->addr, 0, offset.length, offset.bytes},
+            {client->addr, I2C_M_RD, static_cast<uint16_t>(pdwDataLen[1] & 0xFFFF), pucReadData}};
+        i2c_msg *sets[2] = {&set0, set1};
+        const uint32_t counts[2] = {1, 2};
+        ret = ei2c_rdwr_mxfer(client, sets, counts);
+        free_keeping_errno(offset.bytes);
+    }
+    free_keeping_errno(written.bytes);
+    if (ret >= 0)
+        return 0;
+    QEL_AUDIT(self,
+              "i2c I/O error at bus(%d), slave(0x%x), reg(0x%x): "
+              "i2c_write_and_read_multi_para() failed !\n",
+              static_cast<int>(client->bus), client->addr, pdwOffsetAddr[0]);
+    return -1;
+}
