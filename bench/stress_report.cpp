@@ -113,6 +113,8 @@ void print_json(const Totals &totals, const Outcome &outcome)
     }
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
+    builder["commentStyle"] = "None";
+    builder["enableYAMLCompatibility"] = true; // "key": value
     builder["precision"] = 5;
     std::cout << Json::writeString(builder, json) << std::endl;
 }

@@ -42,7 +42,7 @@ Hop parse_hop(std::string_view text)
         throw usage_error("switch '" + std::string(text) +
                           "' has no channel: write ADDRESS.CHANNEL, as in 0x70.5");
     const uint16_t address = parse_address(text.substr(0, dot), "switch address");
-    const std::string what = "channel of switch " + hex(address, 2);
+    const std::string what = "channel of switch " + hex(address, 2) + ":";
     return Hop{address, number_in(text.substr(dot + 1), 0, CHANNELS - 1, what)};
 }
 

@@ -135,9 +135,8 @@ void add_get(CLI::App &app, Tool &tool)
     auto arguments = std::make_shared<GetArguments>();
     CLI::App *command = app.add_subcommand("get", "Read registers or memory of a device");
     command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command->add_option("REGISTER", arguments->numbers, "Register, then how many values to read")
-        ->type_name("[COUNT]")
-        ->expected(0, 2);
+    command->add_option("REGISTER [COUNT]", arguments->numbers,
+                        "Register, then how many values to read");
     add_access_options(*command, arguments->access);
     command->footer("Without REGISTER, or with --offset-width 0 (then the number is COUNT),\n"
                     "no register number is sent. Register number and values travel in one\n"

@@ -1,16 +1,16 @@
 // qeli2c, the command-line tool: global options, the choice of a command, exit status.
 #include "failure.h"
+#include "help.h"
 #include "interrupt.h"
 #include "tool.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <memory>
+#include <string_view>
 #include <unistd.h>
 
 #ifndef QELI2C_VERSION
@@ -86,7 +86,8 @@ int main(int argc, char **argv)
     tool::Tool tool;
     CLI::App app("Reads and writes devices on I2C buses, through the switches in front of them.",
                  "qeli2c");
-    app.require_subcommand(1);
+    app.formatter(std::make_shared<tool::HelpFormatter>());
+    app.require_subcommand(0, 1);
     app.fallthrough();
     add_global_options(app, tool.options);
     tool::add_scan(app, tool);
@@ -105,6 +106,10 @@ int main(int argc, char **argv)
         return app.exit(success);
     } catch (const CLI::ParseError &error) {
         return usage_failure(app, error);
+    }
+    if (!tool.action) {
+        std::cerr << "qeli2c: no command: scan, get, set, xfer or list (see 'qeli2c --help')\n";
+        return tool::EXIT_USAGE;
     }
     if (tool.options.verbose)
         restart_with_trace(argv);

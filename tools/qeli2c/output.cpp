@@ -16,6 +16,8 @@ void print_json(const Json::Value &value)
 {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
+    builder["commentStyle"] = "None";
+    builder["enableYAMLCompatibility"] = true; // "key": value
     builder["emitUTF8"] = true;
     std::cout << Json::writeString(builder, value) << "\n";
 }

@@ -142,8 +142,7 @@ void add_scan(CLI::App &app, Tool &tool)
 {
     auto arguments = std::make_shared<ScanArguments>();
     CLI::App *command = app.add_subcommand("scan", "Find the devices on buses and behind switches");
-    command->add_option("BUS", arguments->buses, "Buses; all of the board file if none")
-        ->type_name("...");
+    command->add_option("BUS...", arguments->buses, "Buses; all of the board file if none");
     command->add_flag("--grid", arguments->grid, "A grid of addresses for each bus and channel");
     command->add_flag("--read", arguments->read, "Probe by reading a byte everywhere");
     command->footer("Addresses 0x08 to 0x77 are probed with a quick write, 0x30 to 0x37 and\n"

@@ -163,8 +163,9 @@ void add_set(CLI::App &app, Tool &tool)
     auto arguments = std::make_shared<SetArguments>();
     CLI::App *command = app.add_subcommand("set", "Write registers or memory of a device");
     command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command->add_option("REGISTER", arguments->numbers, "Register, then the values to write")
-        ->type_name("VALUE...")
+    command
+        ->add_option("[REGISTER] VALUE...", arguments->numbers,
+                     "Register, then the values to write")
         ->required();
     add_access_options(*command, arguments->access);
     command->footer("All values go in one message that starts with the register number. With\n"

@@ -75,9 +75,7 @@ void add_xfer(CLI::App &app, Tool &tool)
     auto arguments = std::make_shared<XferArguments>();
     CLI::App *command = app.add_subcommand("xfer", "Send raw messages in one combined transfer");
     command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command->add_option("MESSAGE", arguments->words, "w BYTE..., wN BYTE... or rN")
-        ->type_name("...")
-        ->required();
+    command->add_option("MESSAGE...", arguments->words, "w BYTE..., wN BYTE... or rN")->required();
     command->add_flag("--once", arguments->once, "Try once; the default is up to four tries");
     command->footer("w writes the bytes that follow it; wN also checks that there are N. rN\n"
                     "reads N bytes. Between messages goes a repeated START, one STOP ends all.\n"
