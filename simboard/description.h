@@ -23,6 +23,8 @@ struct DeviceDescription {
 struct BoardDescription {
     std::string name;
     std::vector<uint32_t> buses;
+    std::vector<uint32_t>
+        bit_ns; // of each of the buses: time of one bit on the wire, 0 for instant
     std::vector<DeviceDescription> devices; // a switch stands before everything behind it
 };
 
@@ -36,6 +38,16 @@ struct DescriptionError {
 // none was.
 BoardDescription load_board_description(const std::string &path,
                                         std::vector<DescriptionError> &errors);
+
+// The same from the text itself.
+BoardDescription parse_board_description(const std::string &text,
+                                         std::vector<DescriptionError> &errors);
+
+// "instant", "100k" or "400k" as nanoseconds per bit; false for anything else.
+bool parse_speed(const std::string &text, uint32_t &bit_ns);
+
+// A whole file; false with errno set.
+bool read_text_file(const std::string &path, std::string &text);
 
 // "FILE:LINE: KEY: MESSAGE", as people and editors expect it.
 std::string to_string(const std::string &path, const DescriptionError &error);

@@ -1,8 +1,10 @@
-// What a simulated board consists of in memory: one shared file, mapped by every process that uses the board.
+// What a simulated board consists of in memory: one shared file, mapped by every process that uses
+// the board.
 //
-// The layout holds no pointers, so each process may map it anywhere. A bus's mutable parts (its BusState, the
-// ChipState and memory of its chips, its column of every process's counters) are written by the holder of the
-// bus's mutex alone, and only after `preserve` has put the old bytes into the bus's journal.
+// The layout holds no pointers, so each process may map it anywhere. A bus's mutable parts (its
+// BusState, the ChipState and memory of its chips, its column of every process's counters) are
+// written by the holder of the bus's mutex alone, and only after `preserve` has put the old bytes
+// into the bus's journal.
 #ifndef SIMBOARD_STATE_H
 #define SIMBOARD_STATE_H
 
@@ -12,9 +14,10 @@
 
 #include <atomic>
 
-namespace simboard {
+namespace simboard
+{
 
-constexpr uint64_t kStateMagic = 0x314d495345494c51; // "QLIESIM1"
+constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
 constexpr uint32_t kStateVersion = 1;
 
 constexpr uint32_t kBuses = 16;
@@ -28,8 +31,8 @@ constexpr size_t kNameSize = 64;
 constexpr uint32_t kMaxMessages = 42;
 constexpr uint32_t kMaxMessageLength = 8192;
 
-// Old bytes are kept in lines. A message that walks through a chip's memory changes at most 65 lines, the chips'
-// own states and the counters few more; so no transfer needs more than this.
+// Old bytes are kept in lines. A message that walks through a chip's memory changes at most 65
+// lines, the chips' own states and the counters few more; so no transfer needs more than this.
 constexpr size_t kLineSize = 128;
 constexpr uint32_t kJournalLines = 3072;
 
@@ -37,7 +40,8 @@ constexpr size_t kTraceSlotSize = 256;
 constexpr uint32_t kTraceSlots = 2048; // per bus
 constexpr uint32_t kMaxRecordSlots = 64;
 
-// Semaphore keys of the programs under test, and the keys of a board that stand for them: base + index.
+// Semaphore keys of the programs under test, and the keys of a board that stand for them: base +
+// index.
 constexpr uint32_t kSemaphoreKeys = 17;
 
 enum class ChipType : uint8_t { none, pca9548, registers, at24c512 };
@@ -49,16 +53,16 @@ struct Task {
 
 // What a chip remembers between transfers, and within one.
 struct alignas(kLineSize) ChipState {
-    uint64_t busy_until;   // at24c512: end of the write cycle, CLOCK_MONOTONIC nanoseconds
-    uint64_t opened_at;    // pca9548: when the open channels were opened, CLOCK_BOOTTIME nanoseconds
-    Task opener;           // pca9548: who opened them; pid 0 when nobody, or nobody alive
-    uint32_t pointer;      // register pointer, word address
-    uint32_t received;     // bytes of the present message
-    uint8_t control;       // pca9548: open channels
-    uint8_t pending;       // pca9548: control register from STOP on
+    uint64_t busy_until; // at24c512: end of the write cycle, CLOCK_MONOTONIC nanoseconds
+    uint64_t opened_at;  // pca9548: when the open channels were opened, CLOCK_BOOTTIME nanoseconds
+    Task opener;         // pca9548: who opened them; pid 0 when nobody, or nobody alive
+    uint32_t pointer;    // register pointer, word address
+    uint32_t received;   // bytes of the present message
+    uint8_t control;     // pca9548: open channels
+    uint8_t pending;     // pca9548: control register from STOP on
     uint8_t has_pending;
-    uint8_t touched;       // took part in the present transfer
-    uint8_t latching;      // at24c512: data bytes wait for STOP
+    uint8_t touched;  // took part in the present transfer
+    uint8_t latching; // at24c512: data bytes wait for STOP
 };
 static_assert(sizeof(ChipState) == kLineSize);
 
@@ -68,41 +72,43 @@ struct Chip {
     ChipType type;
     uint8_t bus;
     uint8_t address;
-    uint8_t channel;            // of the parent
-    uint16_t parent;            // index of the switch it sits behind, kNoParent on the bus itself
+    uint8_t channel; // of the parent
+    uint16_t parent; // index of the switch it sits behind, kNoParent on the bus itself
     uint8_t busy_after_write;
     uint32_t memory_size;
-    uint64_t memory_offset;     // from the start of the state; journalled by line
-    uint64_t scratch_offset;    // bytes that mean nothing after a transfer, not journalled
+    uint64_t memory_offset;  // from the start of the state; journalled by line
+    uint64_t scratch_offset; // bytes that mean nothing after a transfer, not journalled
 
     ChipState state;
 };
 static_assert(sizeof(Chip) == 2 * kLineSize);
 
-// What is counted for one process on one bus. Everything below `messages` down to `data_nacks` can happen on a
-// healthy board; what follows never should.
+// What is counted for one process on one bus. Everything below `messages` down to `data_nacks` can
+// happen on a healthy board; what follows never should.
 struct alignas(kLineSize) Counters {
     uint64_t transfers;
     uint64_t messages;
     uint64_t bytes;
-    uint64_t failed;               // transfers that ended with an error of any kind
+    uint64_t failed; // transfers that ended with an error of any kind
     uint64_t address_nacks;
     uint64_t data_nacks;
-    uint64_t orphaned_paths;       // paths found open whose task had died
-    uint64_t conflicts;            // transfers in which two chips answered at once
-    uint64_t foreign_transfers;    // transfers inside the open path of another live task
-    uint64_t paths_left_open;      // file locks released with a path of the process still open
-    uint64_t two_channels;         // transfers that left two channels open on one segment
-    uint64_t unbalanced_unlocks;   // file locks released by a process that did not hold one
-    uint32_t generation;           // of the process record these belong to
+    uint64_t orphaned_paths;     // paths found open whose task had died
+    uint64_t conflicts;          // transfers in which two chips answered at once
+    uint64_t foreign_transfers;  // transfers inside the open path of another live task
+    uint64_t paths_left_open;    // file locks released with a path of the process still open
+    uint64_t two_channels;       // transfers that left two channels open on one segment
+    uint64_t unbalanced_unlocks; // file locks released by a process that did not hold one
+    uint32_t generation;         // of the process record these belong to
 };
 static_assert(sizeof(Counters) == kLineSize);
 
-// Record 0 stands for processes that found no room and for those whose record was taken over after they died.
+// Record 0 stands for processes that found no room and for those whose record was taken over after
+// they died.
 struct ProcessRecord {
     alignas(kLineSize) std::atomic<int32_t> pid; // 0: free
     uint32_t generation;
-    uint64_t start_ticks; // start time of the process in clock ticks since boot: tells reused pids apart
+    uint64_t
+        start_ticks; // start time of the process in clock ticks since boot: tells reused pids apart
     char name[16];
     Counters by_bus[kBuses];
 };
@@ -118,18 +124,18 @@ struct Journal {
 };
 
 struct TraceSlot {
-    uint64_t number;  // 1 for the first slot ever written on the bus
-    uint16_t slots;   // slots of the record that starts here, 0 in its further slots
-    uint16_t used;    // bytes of payload in this slot
+    uint64_t number; // 1 for the first slot ever written on the bus
+    uint16_t slots;  // slots of the record that starts here, 0 in its further slots
+    uint16_t used;   // bytes of payload in this slot
     uint32_t reserved;
     uint8_t payload[kTraceSlotSize - 16];
 };
 static_assert(sizeof(TraceSlot) == kTraceSlotSize);
 
 struct alignas(kLineSize) BusState {
-    uint64_t trace_slots;  // slots ever written
-    uint64_t records;      // transfers ever recorded
-    int32_t lock_holder;   // process that holds the file lock, as far as seen
+    uint64_t trace_slots; // slots ever written
+    uint64_t records;     // transfers ever recorded
+    int32_t lock_holder;  // process that holds the file lock, as far as seen
 };
 static_assert(sizeof(BusState) == kLineSize);
 
@@ -144,8 +150,8 @@ struct Bus {
     uint32_t switch_count;
     uint8_t number;
     uint8_t described;
-    uint8_t addresses[kChipsPerBus];          // of chip first_chip + i
-    uint16_t switches[kChipsPerBus];          // indices of the chips that are switches, parents first
+    uint8_t addresses[kChipsPerBus]; // of chip first_chip + i
+    uint16_t switches[kChipsPerBus]; // indices of the chips that are switches, parents first
     BusState state;
 };
 
@@ -157,7 +163,7 @@ struct Header {
     uint64_t created_at; // CLOCK_REALTIME seconds
     uint32_t semaphore_base;
     uint32_t chip_count;
-    uint8_t id;          // tells descriptors of different boards apart within a process
+    uint16_t id; // tells descriptors of different boards apart within a process
     char name[kNameSize];
 };
 

@@ -1,16 +1,19 @@
-// A simulated board for one test program: made, looked into behind the bus's back, and gone afterwards.
+// A simulated board for one test program: made, looked into behind the bus's back, and gone
+// afterwards.
 //
-// Link `simboard_testing`, and `qelsim` ahead of anything that opens devices; then plain open("/dev/i2c-4"), ioctl,
-// fcntl locks, semget and /dev/mem of this process and its children reach the board.
+// Link `simboard_testing`, and `qelsim` ahead of anything that opens devices; then plain
+// open("/dev/i2c-4"), ioctl, fcntl locks, semget and /dev/mem of this process and its children
+// reach the board.
 //
 //     simboard::testing::Board board(simboard::testing::reference_board());
 //     board.poke("id-eeprom", 0, {1, 2, 3});
 //     ... exercise the code under test ...
 //     EXPECT_EQ(board.wrongs(), "");
 //
-// A descriptor belongs to the board it was opened on, so a program that keeps descriptors (or semaphores) for its
-// whole life makes one board and calls `reset` between its tests. Every function throws std::runtime_error with a
-// message that says what went wrong, such as a device the board has not got.
+// A descriptor belongs to the board it was opened on, so a program that keeps descriptors (or
+// semaphores) for its whole life makes one board and calls `reset` between its tests. Every
+// function throws std::runtime_error with a message that says what went wrong, such as a device the
+// board has not got.
 #ifndef SIMBOARD_TESTING_H
 #define SIMBOARD_TESTING_H
 
@@ -20,15 +23,18 @@
 
 #include "simboard/view.h"
 
-namespace simboard::testing {
+namespace simboard::testing
+{
 
 // Path of the reference board's description.
 std::string reference_board();
 
-class Board {
+class Board
+{
 public:
-    // From a description file, or from the description itself when the text starts with '{'. Sets QELI2C_SIM, and
-    // QELI2C_BOARD to the board's copy of the description; both get their former values back at the end.
+    // From a description file, or from the description itself when the text starts with '{'. Sets
+    // QELI2C_SIM, and QELI2C_BOARD to the board's copy of the description; both get their former
+    // values back at the end.
     explicit Board(const std::string &description, const std::string &speed = "instant");
     ~Board();
     Board(const Board &) = delete;
@@ -37,26 +43,27 @@ public:
     const std::string &directory() const { return directory_; }
     BoardView &view() { return view_; }
 
-    // Registers, EEPROM bytes, or a switch's control register (offset 0), without traffic. A poke of a control
-    // register makes nobody the opener.
+    // Registers, EEPROM bytes, or a switch's control register (offset 0), without traffic. A poke
+    // of a control register makes nobody the opener.
     std::vector<uint8_t> peek(const std::string &device, uint32_t offset, uint32_t count);
     uint8_t peek(const std::string &device, uint32_t offset = 0);
     void poke(const std::string &device, uint32_t offset, const std::vector<uint8_t> &bytes);
 
-    // The board as it was described: registers 0, EEPROMs 0xff, channels closed, counters 0, trace empty, the
-    // access-owner table 0. Descriptors stay valid.
+    // The board as it was described: registers 0, EEPROMs 0xff, channels closed, counters 0, trace
+    // empty, the access-owner table 0. Descriptors stay valid.
     void reset();
 
-    Counters totals();              // of all processes on all buses
-    Counters totals(uint32_t bus);  // of all processes on one bus
+    Counters totals();             // of all processes on all buses
+    Counters totals(uint32_t bus); // of all processes on one bus
     // What must never happen and did, one line each; empty when all is well.
     std::string wrongs();
 
-    // Every transfer on the bus since creation or reset, oldest first, as far as the trace still holds it.
+    // Every transfer on the bus since creation or reset, oldest first, as far as the trace still
+    // holds it.
     std::vector<TransferRecord> trace(uint32_t bus);
     // The same as text, one message a line: "W 0x50 00 10 ff", "R 0x50 12 34", "W 0x51 NACK",
-    // "W 0x50 00 10 NACK"; the messages of one transfer follow each other, a transfer ends with "P" and, when it
-    // failed, its errno: "P ENXIO".
+    // "W 0x50 00 10 NACK"; the messages of one transfer follow each other, a transfer ends with "P"
+    // and, when it failed, its errno: "P ENXIO".
     std::vector<std::string> wire(uint32_t bus);
 
     // 32-bit words of physical memory, as /dev/mem shows them.
@@ -65,6 +72,7 @@ public:
 
 private:
     std::string directory_;
+    int owner_fd_ = -1;
     BoardView view_;
     std::string former_sim_;
     std::string former_board_;

@@ -1,4 +1,5 @@
-// A board looked at from outside: chips, counters and trace, read and changed without traffic on the bus.
+// A board looked at from outside: chips, counters and trace, read and changed without traffic on
+// the bus.
 #ifndef SIMBOARD_VIEW_H
 #define SIMBOARD_VIEW_H
 
@@ -6,38 +7,22 @@
 #include <string>
 #include <vector>
 
+#include "simboard/judge.h"
 #include "simboard/state.h"
+#include "simboard/trace.h"
 
-namespace simboard {
-
-// How a message ended.
-enum class Outcome : uint8_t {
-    not_reached,  // an earlier message failed
-    complete,
-    address_nack,
-    data_nack,    // byte `done` was not acknowledged
-    bad_count,    // a block read whose count byte is 0 or above 32
-};
+namespace simboard
+{
 
 struct MessageRecord {
     uint16_t address = 0;
-    uint16_t flags = 0;          // as in struct i2c_msg
-    uint16_t length = 0;         // as asked for; a block read's with its counted bytes
-    uint16_t done = 0;           // bytes that went over the wire
+    uint16_t flags = 0;  // as in struct i2c_msg
+    uint16_t length = 0; // as asked for; a block read's with its counted bytes
+    uint16_t done = 0;   // bytes that went over the wire, a byte not acknowledged left out
     Outcome outcome = Outcome::not_reached;
-    std::vector<uint8_t> bytes;  // the first `done` of them, fewer when the record had no room
+    std::vector<uint8_t>
+        bytes; // those, and one not acknowledged; fewer when the record had no room
 };
-
-struct OpenSwitch {
-    uint8_t address = 0;
-    uint8_t channels = 0; // its control register
-};
-
-// Bits of TransferRecord::findings.
-constexpr uint16_t kFindingConflict = 1;
-constexpr uint16_t kFindingForeign = 2;
-constexpr uint16_t kFindingTwoChannels = 4;
-constexpr uint16_t kFindingOrphan = 8;
 
 struct TransferRecord {
     uint64_t number = 0;   // 1 for the first transfer on the bus
@@ -45,15 +30,17 @@ struct TransferRecord {
     uint64_t end_ns = 0;   // STOP, wire time included
     Task task = {};
     uint32_t bus = 0;
-    int32_t result = 0;    // number of messages, or a negative errno
+    int32_t result = 0;      // number of messages, or a negative errno
     int32_t smbus_size = -1; // the SMBus transaction it was made for, -1 for I2C_RDWR
-    uint16_t findings = 0;
-    std::vector<OpenSwitch> path; // reachable switches with open channels when it began, upstream first
+    uint16_t findings = 0;   // kFinding...
+    std::vector<OpenSwitch>
+        path; // reachable switches with open channels when it began, upstream first
     std::vector<MessageRecord> messages;
 };
 
 struct ProcessCounters {
-    int32_t pid = 0; // 0: processes that had to share a record, or whose record was reused after their end
+    int32_t pid =
+        0; // 0: processes that had to share a record, or whose record was reused after their end
     std::string name;
     Counters by_bus[kBuses] = {};
 };
@@ -64,7 +51,8 @@ struct BoardView {
     std::string directory;
 };
 
-// Maps the board in `directory`; throws std::runtime_error when it is none, or not the caller's own.
+// Maps the board in `directory`; throws std::runtime_error when it is none, or not the caller's
+// own.
 BoardView open_board(const std::string &directory);
 void close_board(BoardView &view);
 
@@ -76,11 +64,11 @@ void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<
 
 // Processes that made transfers, in the order they first did.
 std::vector<ProcessCounters> read_counters(const BoardView &view);
-void add(Counters &sum, const Counters &counters);
 // What must never happen and did, one line each with `prefix`; empty when all is well.
 std::string describe_wrongs(const Counters &counters, const std::string &prefix);
 
-// Records of one bus numbered `after` + 1 and up, oldest first, as far as the trace still holds them.
+// Records of one bus numbered `after` + 1 and up, oldest first, as far as the trace still holds
+// them.
 std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus, uint64_t after = 0);
 
 // All chips, counters and the trace as at creation.

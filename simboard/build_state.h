@@ -1,0 +1,28 @@
+// Laying a described board out in a new, zeroed state file.
+#ifndef SIMBOARD_BUILD_STATE_H
+#define SIMBOARD_BUILD_STATE_H
+
+#include <cstdint>
+
+#include "simboard/description.h"
+#include "simboard/state.h"
+
+namespace simboard
+{
+
+// Bytes that the board's state takes, chips' memory included.
+uint64_t state_size(const BoardDescription &description);
+
+// Fills in `state`, whose header.semaphore_base and id are the caller's. `bit_ns`, when not null,
+// is every bus's wire time. 0, or the errno of a mutex that could not be made.
+int build_state(State &state, const BoardDescription &description, const uint32_t *bit_ns);
+
+// A chip as delivered: state 0, memory at its fill byte.
+void clear_chip(State &state, Chip &chip);
+
+ChipType chip_type(const std::string &name);
+const char *chip_type_name(ChipType type);
+
+} // namespace simboard
+
+#endif

@@ -1,0 +1,204 @@
+// Process records and task identity.
+#include "simboard/process.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "simboard/bus_lock.h"
+
+namespace simboard
+{
+
+namespace
+{
+
+struct TaskStatus {
+    char state; // as in /proc/PID/stat, 0 when it could not be read
+    uint64_t start_ticks;
+};
+
+// Field 3 and 22 of proc_pid_stat(5); the name in field 2 may hold anything, so fields count from
+// its last ')'.
+TaskStatus read_status(const char *path)
+{
+    TaskStatus status = {};
+    char text[512];
+    // By number: `open` may be the shim's own.
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC));
+    if (fd < 0) {
+        return status;
+    }
+    const ssize_t size = read(fd, text, sizeof(text) - 1);
+    close(fd);
+    if (size <= 0) {
+        return status;
+    }
+    text[size] = '\0';
+    const char *field = strrchr(text, ')');
+    if (field == nullptr || field[1] == '\0') {
+        return status;
+    }
+    status.state = field[2];
+    for (int number = 2; number < 22 && field != nullptr; number++) {
+        field = strchr(field + 1, ' ');
+    }
+    if (field != nullptr) {
+        status.start_ticks = strtoull(field + 1, nullptr, 10);
+    }
+    return status;
+}
+
+bool is_dead(char state)
+{
+    return state == 'Z' || state == 'X' || state == 'x';
+}
+
+bool process_lives(int32_t pid, uint64_t start_ticks)
+{
+    if (kill(pid, 0) < 0 && errno == ESRCH) {
+        return false;
+    }
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d/stat", pid);
+    const TaskStatus status = read_status(path);
+    return !is_dead(status.state) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
+}
+
+void take_record(ProcessRecord &record, int32_t pid, uint64_t start_ticks)
+{
+    // The counters that stand there stay, marked as another generation's, until each bus's holder
+    // gets to them.
+    record.pid.store(0, std::memory_order_release);
+    record.generation++;
+    record.start_ticks = start_ticks;
+    snprintf(record.name, sizeof(record.name), "%s", program_invocation_short_name);
+    record.pid.store(pid, std::memory_order_release);
+}
+
+uint32_t find_record(State &state, int32_t pid, uint64_t start_ticks)
+{
+    uint32_t free_record = 0;
+    for (uint32_t i = 1; i < kProcesses; i++) {
+        ProcessRecord &record = state.processes[i];
+        const int32_t owner = record.pid.load(std::memory_order_acquire);
+        if (owner == pid && record.start_ticks == start_ticks) {
+            snprintf(record.name, sizeof(record.name), "%s", program_invocation_short_name);
+            return i;
+        }
+        if (owner == 0 && free_record == 0) {
+            free_record = i;
+        }
+    }
+    for (uint32_t i = 1; i < kProcesses && free_record == 0; i++) {
+        const ProcessRecord &record = state.processes[i];
+        if (!process_lives(record.pid.load(std::memory_order_acquire), record.start_ticks)) {
+            free_record = i;
+        }
+    }
+    if (free_record != 0) {
+        take_record(state.processes[free_record], pid, start_ticks);
+    }
+    return free_record;
+}
+
+uint32_t claim_record(State &state, int32_t pid)
+{
+    const uint64_t start_ticks = read_status("/proc/self/stat").start_ticks;
+    sigset_t all;
+    sigset_t former;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &former);
+    lock_shared(state.process_mutex);
+    const uint32_t record = find_record(state, pid, start_ticks);
+    pthread_mutex_unlock(&state.process_mutex);
+    pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    return record;
+}
+
+struct CachedTask {
+    uint32_t forks;
+    const State *state;
+    Self self;
+};
+
+std::atomic<uint32_t> forks{1};
+std::atomic<bool> watching_forks{false};
+// Initial-exec: reached without the dynamic linker's help, which would be one more library to need.
+__attribute__((tls_model("initial-exec"))) thread_local CachedTask cached_task;
+
+void watch_forks()
+{
+    if (!watching_forks.exchange(true, std::memory_order_acq_rel)) {
+        pthread_atfork(nullptr, nullptr, [] { forks.fetch_add(1, std::memory_order_release); });
+    }
+}
+
+} // namespace
+
+Self current_task(State &state)
+{
+    CachedTask &cached = cached_task;
+    const uint32_t now = forks.load(std::memory_order_acquire);
+    if (cached.forks != now || cached.state != &state) {
+        watch_forks();
+        const int saved = errno;
+        cached.self.task = {getpid(), static_cast<int32_t>(syscall(SYS_gettid))};
+        cached.self.record = claim_record(state, cached.self.task.pid);
+        cached.state = &state;
+        cached.forks = now;
+        errno = saved;
+    }
+    return cached.self;
+}
+
+void add_counters(Counters &sum, const Counters &counters)
+{
+    static constexpr uint64_t Counters::*kFields[] = {
+        &Counters::transfers,       &Counters::messages,      &Counters::bytes,
+        &Counters::failed,          &Counters::address_nacks, &Counters::data_nacks,
+        &Counters::orphaned_paths,  &Counters::conflicts,     &Counters::foreign_transfers,
+        &Counters::paths_left_open, &Counters::two_channels,  &Counters::unbalanced_unlocks,
+    };
+    for (uint64_t Counters::*field : kFields) {
+        sum.*field += counters.*field;
+    }
+}
+
+Counters &own_counters(State &state, Bus &bus, uint32_t record)
+{
+    ProcessRecord &process = state.processes[record];
+    Counters &own = process.by_bus[bus.number];
+    preserve(state, bus, &own, sizeof(own));
+    if (own.generation != process.generation) {
+        Counters &shared = state.processes[0].by_bus[bus.number];
+        preserve(state, bus, &shared, sizeof(shared));
+        add_counters(shared, own);
+        own = {};
+        own.generation = process.generation;
+    }
+    return own;
+}
+
+bool is_alive(const Task &task, uint64_t since_ns)
+{
+    const int saved = errno;
+    bool alive = syscall(SYS_tgkill, task.pid, task.tid, 0) == 0 || errno != ESRCH;
+    if (alive) {
+        char path[48];
+        snprintf(path, sizeof(path), "/proc/%d/task/%d/stat", task.pid, task.tid);
+        const TaskStatus status = read_status(path);
+        const uint64_t ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+        const uint64_t since_ticks = since_ns / (1'000'000'000 / ticks_per_second);
+        alive = !is_dead(status.state) && status.start_ticks <= since_ticks;
+    }
+    errno = saved;
+    return alive;
+}
+
+} // namespace simboard

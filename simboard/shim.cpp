@@ -1,0 +1,459 @@
+// The preload shim: the libc calls through which programs reach I2C devices, /dev/mem and bus
+// semaphores.
+//
+// Everything that is not a board's goes on to the next definition of the call, after one
+// comparison. Without QELI2C_SIM nothing is a board's.
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include "simboard/attach.h"
+#include "simboard/descriptor.h"
+#include "simboard/i2c_dev.h"
+#include "simboard/judge.h"
+
+// Headers give several of these names attributes and aliases of their own, so they are defined by
+// symbol.
+#define SHIM(symbol) __asm__(symbol) __attribute__((visibility("default")))
+
+namespace simboard
+{
+
+namespace
+{
+
+using OpenCall = int (*)(const char *, int, ...);
+using OpenatCall = int (*)(int, const char *, int, ...);
+using IoctlCall = int (*)(int, unsigned long, ...);
+using FcntlCall = int (*)(int, int, ...);
+using FlockCall = int (*)(int, int);
+using LockfCall = int (*)(int, int, off_t);
+using SemgetCall = int (*)(key_t, int, int);
+
+// The next definition of a libc name, looked up once. Threads that look it up together find the
+// same.
+template <typename Call>
+Call next_call(std::atomic<void *> &cache, const char *name)
+{
+    void *call = cache.load(std::memory_order_acquire);
+    if (call == nullptr) {
+        call = dlsym(RTLD_NEXT, name);
+        cache.store(call, std::memory_order_release);
+    }
+    return reinterpret_cast<Call>(call);
+}
+
+#define NEXT(type, name)                                                                           \
+    ([] {                                                                                          \
+        static std::atomic<void *> cache;                                                          \
+        return next_call<type>(cache, name);                                                       \
+    }())
+
+enum class Place { elsewhere, nowhere, bus, memory };
+
+// What a path stands for. Only canonical paths are taken, as the kernel's devtmpfs names them.
+Place find_place(const char *path, unsigned &bus)
+{
+    // A null path, which open answers with EFAULT, shows as an address like any other here.
+    if (reinterpret_cast<uintptr_t>(path) < 4096 || strncmp(path, "/dev/", 5) != 0) {
+        return Place::elsewhere;
+    }
+    const char *const name = path + 5;
+    if (strcmp(name, "mem") == 0) {
+        return Place::memory;
+    }
+    if (strncmp(name, "i2c/", 4) == 0) {
+        return Place::nowhere; // an old naming scheme that tools still try
+    }
+    if (strncmp(name, "i2c-", 4) != 0 || name[4] < '0' || name[4] > '9') {
+        return Place::elsewhere;
+    }
+    const char *digit = name + 4;
+    bus = 0;
+    while (*digit >= '0' && *digit <= '9' && bus < 100000) {
+        bus = bus * 10 + static_cast<unsigned>(*digit++ - '0');
+    }
+    const bool leading_zero = name[4] == '0' && digit != name + 5;
+    return *digit != '\0' || leading_zero ? Place::nowhere : Place::bus;
+}
+
+int open_stand_in(const Attachment &board, const char *name, int flags)
+{
+    char path[PATH_MAX + 16];
+    snprintf(path, sizeof(path), "%s/%s", board.directory, name);
+    // A device is not emptied by O_TRUNC nor limited in size; and nothing is ever created here.
+    const int device_flags = (flags & ~(O_TRUNC | O_CREAT)) | O_LARGEFILE;
+    return NEXT(OpenatCall, "openat64")(AT_FDCWD, path, device_flags);
+}
+
+int open_bus(const Attachment &board, unsigned bus, int flags)
+{
+    if (bus >= kBuses || board.state->buses[bus].described == 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    char name[16];
+    snprintf(name, sizeof(name), "i2c-%u", bus);
+    const int fd = open_stand_in(board, name, flags);
+    if (fd < 0) {
+        return fd;
+    }
+    Descriptor descriptor;
+    descriptor.board = board.state->header.id;
+    descriptor.bus = static_cast<uint8_t>(bus);
+    if (!write_descriptor(fd, descriptor) &&
+        errno != EBADF) { // EBADF: O_PATH, which allows no ioctl either
+        const int saved = errno;
+        close(fd);
+        errno = saved;
+        return -1;
+    }
+    return fd;
+}
+
+// Opens a board's device. False when the path is none, and the next definition shall have it.
+bool open_device(const char *path, int flags, int &fd)
+{
+    unsigned bus = 0;
+    const Place place = find_place(path, bus);
+    if (place == Place::elsewhere || !wants_board()) {
+        return false;
+    }
+    // A board that cannot be used never gives way to the machine's own devices.
+    const Attachment *const board = attach_board();
+    fd = -1;
+    if (board == nullptr) {
+        return true;
+    }
+    const bool must_be_new = (flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL);
+    if (place == Place::nowhere) {
+        errno = ENOENT;
+    } else if (must_be_new) {
+        errno = EEXIST;
+    } else if (place == Place::memory) {
+        fd = open_stand_in(*board, "mem", flags);
+    } else {
+        fd = open_bus(*board, bus, flags);
+    }
+    return true;
+}
+
+bool takes_mode(int flags)
+{
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+// The board and bus of an open device; null when fd is something else.
+const Attachment *find_device(int fd, Descriptor &descriptor)
+{
+    return read_descriptor(fd, descriptor) ? attached_board(descriptor.board) : nullptr;
+}
+
+// The part of a lock request that is the same in all its layouts.
+struct LockStart {
+    short type;
+    short whence;
+};
+
+bool is_lock_command(int command)
+{
+    switch (command) {
+    case F_SETLK:
+    case F_SETLKW:
+    case F_GETLK:
+    case F_OFD_SETLK:
+    case F_OFD_SETLKW:
+    case F_OFD_GETLK:
+        return true;
+    default:
+#if F_SETLK != 6 // the layout of programs built without large files
+        return command >= 5 && command <= 7;
+#else
+        return false;
+#endif
+    }
+}
+
+bool is_query(int command)
+{
+    return command == F_GETLK || command == F_OFD_GETLK || (F_SETLK != 6 && command == 5);
+}
+
+bool is_record_lock(int command)
+{
+    return command != F_OFD_SETLK && command != F_OFD_SETLKW && command != F_OFD_GETLK;
+}
+
+// A lock on an open device. The offset of the stand-in file is not the device's, which is always 0.
+int lock_device(State &state, Bus &bus, FcntlCall next, int fd, int command, void *argument)
+{
+    LockStart start;
+    memcpy(&start, argument, sizeof(start));
+    const bool from_offset = start.whence == SEEK_CUR;
+    if (from_offset) {
+        const short from_start = SEEK_SET;
+        memcpy(static_cast<char *>(argument) + offsetof(LockStart, whence), &from_start,
+               sizeof(from_start));
+    }
+    const bool posix = is_record_lock(command);
+    if (!is_query(command) && start.type == F_UNLCK) {
+        judge_unlock(state, bus, posix);
+    }
+    const int result = next(fd, command, argument);
+    const int saved = errno;
+    if (from_offset && !is_query(command)) {
+        memcpy(static_cast<char *>(argument) + offsetof(LockStart, whence), &start.whence,
+               sizeof(start.whence));
+    }
+    if (result >= 0 && posix && !is_query(command) && start.type != F_UNLCK) {
+        judge_lock(state, bus);
+    }
+    errno = saved;
+    return result;
+}
+
+int control_file(FcntlCall next, int fd, int command, void *argument)
+{
+    Descriptor descriptor;
+    if (is_lock_command(command) && reinterpret_cast<uintptr_t>(argument) >= 4096) {
+        const Attachment *const board = find_device(fd, descriptor);
+        if (board != nullptr) {
+            return lock_device(*board->state, board->state->buses[descriptor.bus], next, fd,
+                               command, argument);
+        }
+    }
+    return next(fd, command, argument);
+}
+
+int request(IoctlCall next, int fd, unsigned long number, void *argument)
+{
+    const unsigned low = static_cast<unsigned>(number);
+    Descriptor descriptor;
+    if (low - kFirstRequest > kLastRequest - kFirstRequest) {
+        return next(fd, number, argument);
+    }
+    const Attachment *const board = find_device(fd, descriptor);
+    if (board == nullptr) {
+        return next(fd, number, argument);
+    }
+    const int saved = errno;
+    const long result = device_request(*board->state, fd, descriptor, low, argument);
+    errno = result < 0 ? static_cast<int>(-result) : saved;
+    return result < 0 ? -1 : static_cast<int>(result);
+}
+
+// lockf(3) in terms of record locks; libc's own works from the file offset and does not pass
+// through `fcntl`.
+int lock_section(int fd, int operation, off_t length)
+{
+    struct flock lock = {};
+    lock.l_type = operation == F_ULOCK ? F_UNLCK : F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_len = length;
+    const FcntlCall next = NEXT(FcntlCall, "fcntl64");
+    switch (operation) {
+    case F_ULOCK:
+    case F_TLOCK:
+        return control_file(next, fd, F_SETLK, &lock);
+    case F_LOCK:
+        return control_file(next, fd, F_SETLKW, &lock);
+    case F_TEST:
+        if (control_file(next, fd, F_GETLK, &lock) < 0) {
+            return -1;
+        }
+        if (lock.l_type == F_UNLCK) {
+            return 0;
+        }
+        errno = EACCES;
+        return -1;
+    default:
+        errno = EINVAL;
+        return -1;
+    }
+}
+
+// The bus and EEPROM semaphores of a board have keys of its own, so that boards and users do not
+// meet in them.
+bool find_semaphore(key_t key, uint32_t &index)
+{
+    const uint32_t number = static_cast<uint32_t>(key);
+    if (number >= 0x3060 && number <= 0x306f) {
+        index = number - 0x3060;
+        return true;
+    }
+    index = kSemaphoreKeys - 1;
+    return number == 0x3001;
+}
+
+} // namespace
+
+} // namespace simboard
+
+using namespace simboard;
+
+extern "C" {
+
+int shim_open(const char *path, int flags, ...) SHIM("open");
+int shim_open64(const char *path, int flags, ...) SHIM("open64");
+int shim_openat(int dir, const char *path, int flags, ...) SHIM("openat");
+int shim_openat64(int dir, const char *path, int flags, ...) SHIM("openat64");
+int shim_open_2(const char *path, int flags) SHIM("__open_2");
+int shim_open64_2(const char *path, int flags) SHIM("__open64_2");
+int shim_openat_2(int dir, const char *path, int flags) SHIM("__openat_2");
+int shim_openat64_2(int dir, const char *path, int flags) SHIM("__openat64_2");
+int shim_ioctl(int fd, unsigned long number, ...) SHIM("ioctl");
+int shim_ioctl_time64(int fd, unsigned long number, ...) SHIM("__ioctl_time64");
+int shim_fcntl(int fd, int command, ...) SHIM("fcntl");
+int shim_fcntl64(int fd, int command, ...) SHIM("fcntl64");
+int shim_fcntl_time64(int fd, int command, ...) SHIM("__fcntl_time64");
+int shim_flock(int fd, int operation) SHIM("flock");
+int shim_lockf(int fd, int operation, long length) SHIM("lockf");
+int shim_lockf64(int fd, int operation, off_t length) SHIM("lockf64");
+int shim_semget(key_t key, int count, int flags) SHIM("semget");
+
+// The mode of an open that creates, the last argument of the other calls.
+#define TAKE_MODE(flags, mode)                                                                     \
+    mode_t mode = 0;                                                                               \
+    if (takes_mode(flags)) {                                                                       \
+        va_list arguments;                                                                         \
+        va_start(arguments, flags);                                                                \
+        mode = va_arg(arguments, mode_t);                                                          \
+        va_end(arguments);                                                                         \
+    }
+
+#define TAKE_POINTER(last, pointer)                                                                \
+    va_list arguments;                                                                             \
+    va_start(arguments, last);                                                                     \
+    void *const pointer = va_arg(arguments, void *);                                               \
+    va_end(arguments);
+
+int shim_open(const char *path, int flags, ...)
+{
+    TAKE_MODE(flags, mode)
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "open")(path, flags, mode);
+}
+
+int shim_open64(const char *path, int flags, ...)
+{
+    TAKE_MODE(flags, mode)
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "open64")(path, flags, mode);
+}
+
+int shim_openat(int dir, const char *path, int flags, ...)
+{
+    TAKE_MODE(flags, mode)
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "openat")(dir, path, flags, mode);
+}
+
+int shim_openat64(int dir, const char *path, int flags, ...)
+{
+    TAKE_MODE(flags, mode)
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "openat64")(dir, path, flags, mode);
+}
+
+int shim_open_2(const char *path, int flags)
+{
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "__open_2")(path, flags);
+}
+
+int shim_open64_2(const char *path, int flags)
+{
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "__open64_2")(path, flags);
+}
+
+int shim_openat_2(int dir, const char *path, int flags)
+{
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "__openat_2")(dir, path, flags);
+}
+
+int shim_openat64_2(int dir, const char *path, int flags)
+{
+    int fd;
+    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "__openat64_2")(dir, path, flags);
+}
+
+int shim_ioctl(int fd, unsigned long number, ...)
+{
+    TAKE_POINTER(number, argument)
+    return request(NEXT(IoctlCall, "ioctl"), fd, number, argument);
+}
+
+int shim_ioctl_time64(int fd, unsigned long number, ...)
+{
+    TAKE_POINTER(number, argument)
+    return request(NEXT(IoctlCall, "__ioctl_time64"), fd, number, argument);
+}
+
+int shim_fcntl(int fd, int command, ...)
+{
+    TAKE_POINTER(command, argument)
+    return control_file(NEXT(FcntlCall, "fcntl"), fd, command, argument);
+}
+
+int shim_fcntl64(int fd, int command, ...)
+{
+    TAKE_POINTER(command, argument)
+    return control_file(NEXT(FcntlCall, "fcntl64"), fd, command, argument);
+}
+
+int shim_fcntl_time64(int fd, int command, ...)
+{
+    TAKE_POINTER(command, argument)
+    return control_file(NEXT(FcntlCall, "__fcntl_time64"), fd, command, argument);
+}
+
+int shim_flock(int fd, int operation)
+{
+    Descriptor descriptor;
+    const Attachment *const board =
+        (operation & LOCK_UN) != 0 ? find_device(fd, descriptor) : nullptr;
+    if (board != nullptr) {
+        judge_unlock(*board->state, board->state->buses[descriptor.bus], false);
+    }
+    return NEXT(FlockCall, "flock")(fd, operation);
+}
+
+int shim_lockf(int fd, int operation, long length)
+{
+    Descriptor descriptor;
+    return find_device(fd, descriptor) != nullptr
+               ? lock_section(fd, operation, length)
+               : reinterpret_cast<int (*)(int, int, long)>(NEXT(LockfCall, "lockf"))(fd, operation,
+                                                                                     length);
+}
+
+int shim_lockf64(int fd, int operation, off_t length)
+{
+    Descriptor descriptor;
+    return find_device(fd, descriptor) != nullptr
+               ? lock_section(fd, operation, length)
+               : NEXT(LockfCall, "lockf64")(fd, operation, length);
+}
+
+int shim_semget(key_t key, int count, int flags)
+{
+    uint32_t index;
+    if (find_semaphore(key, index) && wants_board()) {
+        const Attachment *const board = attach_board();
+        if (board == nullptr) {
+            return -1;
+        }
+        key = static_cast<key_t>(board->state->header.semaphore_base + index);
+    }
+    return NEXT(SemgetCall, "semget")(key, count, flags);
+}
+
+} // extern "C"

@@ -1,0 +1,101 @@
+// Writing trace records.
+#include "simboard/trace.h"
+
+#include <string.h>
+
+#include "simboard/judge.h"
+
+namespace simboard
+{
+
+namespace
+{
+
+// Lays bytes into consecutive slots, from the bus's next slot on.
+struct SlotWriter {
+    TraceSlot *ring;
+    uint64_t first;
+    uint16_t slots;
+};
+
+TraceSlot &slot(const SlotWriter &writer, uint64_t index)
+{
+    return writer.ring[(writer.first + index) % kTraceSlots];
+}
+
+void open_slot(SlotWriter &writer)
+{
+    TraceSlot &next = slot(writer, writer.slots);
+    next.number = writer.first + writer.slots + 1;
+    next.slots = 0;
+    next.used = 0;
+    writer.slots++;
+}
+
+size_t room_left(const SlotWriter &writer)
+{
+    const TraceSlot &last = slot(writer, writer.slots - 1U);
+    return sizeof(last.payload) * (kMaxRecordSlots - writer.slots + 1) - last.used;
+}
+
+void put(SlotWriter &writer, const void *bytes, size_t size)
+{
+    const uint8_t *from = static_cast<const uint8_t *>(bytes);
+    while (size > 0) {
+        TraceSlot *last = &slot(writer, writer.slots - 1U);
+        if (last->used == sizeof(last->payload)) {
+            open_slot(writer);
+            last = &slot(writer, writer.slots - 1U);
+        }
+        const size_t room = sizeof(last->payload) - last->used;
+        const size_t part = size < room ? size : room;
+        memcpy(last->payload + last->used, from, part);
+        last->used = static_cast<uint16_t>(last->used + part);
+        from += part;
+        size -= part;
+    }
+}
+
+} // namespace
+
+void record_path(const State &state, const Bus &bus, RecordHead &head)
+{
+    for (uint32_t i = 0; i < bus.switch_count && head.path_count < kMaxPath; i++) {
+        const Chip &chip = state.chips[bus.switches[i]];
+        if (chip.state.control != 0 && is_reachable(state, chip)) {
+            head.path[head.path_count++] = {chip.address, chip.state.control};
+        }
+    }
+}
+
+void append_record(State &state, Bus &bus, RecordHead &head, const i2c_msg *messages,
+                   const MessageResult *results)
+{
+    SlotWriter writer = {state.traces[bus.number], bus.state.trace_slots, 0};
+    head.number = ++bus.state.records;
+    open_slot(writer);
+    put(writer, &head, sizeof(head));
+    // The heads of all messages fit in any case, so only data bytes are ever left out.
+    size_t reserved = head.message_count * sizeof(RecordMessage);
+    for (uint32_t i = 0; i < head.message_count; i++) {
+        const i2c_msg &message = messages[i];
+        const size_t room = room_left(writer) - reserved;
+        // A byte that was not acknowledged went over the wire all the same.
+        const size_t sent = results[i].done + (results[i].outcome == Outcome::data_nack ? 1U : 0U);
+        const size_t kept = sent < room ? sent : room;
+        const RecordMessage record = {message.addr,
+                                      message.flags,
+                                      message.len,
+                                      results[i].done,
+                                      static_cast<uint16_t>(kept),
+                                      results[i].outcome,
+                                      0};
+        put(writer, &record, sizeof(record));
+        put(writer, message.buf, kept);
+        reserved -= sizeof(record);
+    }
+    slot(writer, 0).slots = writer.slots;
+    bus.state.trace_slots += writer.slots;
+}
+
+} // namespace simboard

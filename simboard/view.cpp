@@ -1,0 +1,252 @@
+// Boards looked at from outside.
+#include "simboard/view.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include "simboard/attach.h"
+#include "simboard/build_state.h"
+#include "simboard/bus_lock.h"
+
+namespace simboard
+{
+
+namespace
+{
+
+// The bus, held for as long as this lives.
+class BusGuard
+{
+public:
+    BusGuard(State &state, Bus &bus) : state_(state), bus_(bus) { lock_bus(state, bus, hold_); }
+    ~BusGuard() { unlock_bus(state_, bus_, hold_); }
+    BusGuard(const BusGuard &) = delete;
+    BusGuard &operator=(const BusGuard &) = delete;
+
+private:
+    State &state_;
+    Bus &bus_;
+    BusHold hold_;
+};
+
+// Registers and EEPROM bytes, or a switch's control register.
+uint8_t *bytes_of(State &state, Chip &chip, uint32_t offset, size_t count)
+{
+    const bool is_switch = chip.type == ChipType::pca9548;
+    const uint32_t size = is_switch ? 1 : chip.memory_size;
+    if (offset > size || count > size - offset) {
+        throw std::runtime_error(std::string(chip.name) + " has " + std::to_string(size) +
+                                 " bytes: " + std::to_string(count) + " at " +
+                                 std::to_string(offset) + " are beyond them");
+    }
+    return (is_switch ? &chip.state.control : memory_of(state, chip)) + offset;
+}
+
+// What a column holds belongs to an earlier process when its generation is not the record's.
+void collect(State &state, Bus &bus, std::vector<ProcessCounters> &found)
+{
+    const BusGuard guard(state, bus);
+    for (uint32_t i = 0; i < kProcesses; i++) {
+        const ProcessRecord &record = state.processes[i];
+        const Counters &column = record.by_bus[bus.number];
+        const bool own = column.generation == record.generation;
+        add_counters(found[own ? i : 0].by_bus[bus.number], column);
+    }
+}
+
+bool has_counted(const ProcessCounters &process)
+{
+    for (const Counters &counters : process.by_bus) {
+        if (counters.transfers + counters.paths_left_open + counters.unbalanced_unlocks > 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Reads a record's bytes in order; zeros beyond its end.
+struct RecordBytes {
+    std::vector<uint8_t> bytes;
+    size_t at = 0;
+
+    void take(void *to, size_t size)
+    {
+        const size_t left = bytes.size() - at;
+        std::memcpy(to, bytes.data() + at, size < left ? size : left);
+        at += size < left ? size : left;
+    }
+};
+
+MessageRecord read_message(RecordBytes &bytes)
+{
+    RecordMessage head = {};
+    bytes.take(&head, sizeof(head));
+    MessageRecord message;
+    message.address = head.address;
+    message.flags = head.flags;
+    message.length = head.length;
+    message.done = head.done;
+    message.outcome = head.outcome;
+    message.bytes.resize(head.kept);
+    bytes.take(message.bytes.data(), message.bytes.size());
+    return message;
+}
+
+TransferRecord read_record(RecordBytes bytes, uint32_t bus)
+{
+    RecordHead head = {};
+    bytes.take(&head, sizeof(head));
+    TransferRecord record;
+    record.number = head.number;
+    record.start_ns = head.start_ns;
+    record.end_ns = head.end_ns;
+    record.task = head.task;
+    record.bus = bus;
+    record.result = head.result;
+    record.smbus_size = head.smbus_size;
+    record.findings = head.findings;
+    record.path.assign(head.path, head.path + head.path_count);
+    for (uint16_t i = 0; i < head.message_count; i++) {
+        record.messages.push_back(read_message(bytes));
+    }
+    return record;
+}
+
+} // namespace
+
+BoardView open_board(const std::string &directory)
+{
+    const char *reason = nullptr;
+    State *const state = map_board(directory.c_str(), reason);
+    if (state == nullptr) {
+        throw std::runtime_error("board " + directory + ": " + reason);
+    }
+    return {state, directory};
+}
+
+void close_board(BoardView &view)
+{
+    if (view.state != nullptr) {
+        unmap_board(view.state);
+        view.state = nullptr;
+    }
+}
+
+Chip &find_chip(const BoardView &view, const std::string &name)
+{
+    for (uint32_t i = 0; i < view.state->header.chip_count; i++) {
+        if (name == view.state->chips[i].name) {
+            return view.state->chips[i];
+        }
+    }
+    throw std::runtime_error("the board has no device \"" + name + "\"");
+}
+
+std::vector<uint8_t> peek(const BoardView &view, const Chip &chip, uint32_t offset, uint32_t count)
+{
+    State &state = *view.state;
+    const BusGuard guard(state, state.buses[chip.bus]);
+    const uint8_t *const bytes = bytes_of(state, const_cast<Chip &>(chip), offset, count);
+    return {bytes, bytes + count};
+}
+
+void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<uint8_t> &bytes)
+{
+    State &state = *view.state;
+    Bus &bus = state.buses[chip.bus];
+    const BusGuard guard(state, bus);
+    uint8_t *const to = bytes_of(state, chip, offset, bytes.size());
+    preserve(state, bus, to, bytes.size());
+    std::memcpy(to, bytes.data(), bytes.size());
+    if (chip.type == ChipType::pca9548) {
+        chip.state.opener = {};
+    }
+}
+
+std::vector<ProcessCounters> read_counters(const BoardView &view)
+{
+    State &state = *view.state;
+    std::vector<ProcessCounters> all(kProcesses);
+    lock_shared(state.process_mutex);
+    for (uint32_t i = 1; i < kProcesses; i++) {
+        all[i].pid = state.processes[i].pid.load(std::memory_order_acquire);
+        all[i].name = state.processes[i].name;
+    }
+    for (Bus &bus : state.buses) {
+        collect(state, bus, all);
+    }
+    pthread_mutex_unlock(&state.process_mutex);
+    std::vector<ProcessCounters> found;
+    for (const ProcessCounters &process : all) {
+        if (has_counted(process)) {
+            found.push_back(process);
+        }
+    }
+    return found;
+}
+
+std::string describe_wrongs(const Counters &counters, const std::string &prefix)
+{
+    const struct {
+        uint64_t count;
+        const char *text;
+    } wrongs[] = {
+        {counters.conflicts, "transfers that two devices answered at once"},
+        {counters.foreign_transfers, "transfers inside the open path of another task"},
+        {counters.paths_left_open, "releases of the file lock with a path left open"},
+        {counters.two_channels, "transfers that left two channels open on one segment"},
+        {counters.unbalanced_unlocks, "releases of a file lock that was not held"},
+    };
+    std::string text;
+    for (const auto &wrong : wrongs) {
+        if (wrong.count > 0) {
+            text += prefix + std::to_string(wrong.count) + " " + wrong.text + "\n";
+        }
+    }
+    return text;
+}
+
+std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus, uint64_t after)
+{
+    State &state = *view.state;
+    std::vector<TransferRecord> records;
+    const TraceSlot *const ring = state.traces[bus];
+    const BusGuard guard(state, state.buses[bus]);
+    const uint64_t end = state.buses[bus].state.trace_slots;
+    for (uint64_t at = end > kTraceSlots ? end - kTraceSlots : 0; at < end;) {
+        const uint64_t slots = ring[at % kTraceSlots].slots;
+        RecordBytes bytes;
+        for (uint64_t i = at; i < at + slots; i++) {
+            const TraceSlot &slot = ring[i % kTraceSlots];
+            bytes.bytes.insert(bytes.bytes.end(), slot.payload, slot.payload + slot.used);
+        }
+        at += slots > 0 ? slots : 1; // the oldest record may have lost its first slots
+        if (slots > 0) {
+            TransferRecord record = read_record(std::move(bytes), bus);
+            if (record.number > after) {
+                records.push_back(std::move(record));
+            }
+        }
+    }
+    return records;
+}
+
+void reset_board(const BoardView &view)
+{
+    State &state = *view.state;
+    for (Bus &bus : state.buses) {
+        const BusGuard guard(state, bus);
+        for (uint32_t i = 0; i < bus.chip_count; i++) {
+            clear_chip(state, state.chips[bus.first_chip + i]);
+        }
+        for (ProcessRecord &process : state.processes) {
+            Counters &column = process.by_bus[bus.number];
+            const uint32_t generation = column.generation;
+            column = {};
+            column.generation = generation;
+        }
+        bus.state = {};
+    }
+}
+
+} // namespace simboard
