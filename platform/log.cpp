@@ -78,7 +78,7 @@ void put_line(uint32_t level, Sink sink, const Origin *origin, const char *forma
         write_terminated(sink, level, large, wanted);
         free(large);
     } else {
-        memcpy(small + kRoom - 5, " ...", 4);
+        memcpy(small + kRoom - 5, " ...", sizeof " ...");
         write_terminated(sink, level, small, kRoom - 1);
     }
     va_end(again);

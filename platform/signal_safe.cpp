@@ -40,20 +40,25 @@ void restore(fd_set *set, const fd_set &kept)
     }
 }
 
-// `whole` less the time since `start`, not below zero. Subtracting cannot overflow, however long
-// the wait is.
-timeval remaining(const timeval &whole, const timespec &start)
+int64_t microseconds_of(const timeval &time)
+{
+    int64_t microseconds = 0;
+    if (__builtin_mul_overflow(int64_t{time.tv_sec}, kMicrosecondsPerSecond, &microseconds) ||
+        __builtin_add_overflow(microseconds, time.tv_usec, &microseconds)) {
+        return INT64_MAX;
+    }
+    return microseconds;
+}
+
+// `whole` less the time since `start`, not below zero.
+timeval remaining(int64_t whole, const timespec &start)
 {
     const timespec now = monotonic_now();
-    timeval left = whole;
-    left.tv_sec -= now.tv_sec - start.tv_sec;
-    left.tv_usec -=
-        static_cast<suseconds_t>((now.tv_nsec - start.tv_nsec) / kNanosecondsPerMicrosecond);
-    if (left.tv_usec < 0) {
-        left.tv_usec += kMicrosecondsPerSecond;
-        left.tv_sec -= 1;
-    }
-    return left.tv_sec < 0 ? timeval{} : left;
+    const int64_t elapsed = int64_t{now.tv_sec - start.tv_sec} * kMicrosecondsPerSecond +
+                            (now.tv_nsec - start.tv_nsec) / kNanosecondsPerMicrosecond;
+    const int64_t left = whole > elapsed ? whole - elapsed : 0;
+    return {static_cast<time_t>(left / kMicrosecondsPerSecond),
+            static_cast<suseconds_t>(left % kMicrosecondsPerSecond)};
 }
 
 } // namespace
@@ -85,7 +90,7 @@ int sigwrap_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfd
     keep(asked.read, readfds);
     keep(asked.write, writefds);
     keep(asked.except, exceptfds);
-    const timeval whole = timeout != nullptr ? *timeout : timeval{};
+    const int64_t whole = timeout != nullptr ? microseconds_of(*timeout) : 0;
     const timespec start = timeout != nullptr ? monotonic_now() : timespec{};
     for (;;) {
         const int ready = select(nfds, readfds, writefds, exceptfds, timeout);
