@@ -1,0 +1,112 @@
+// Finding the shim and the board file, and making a board from it.
+#include "environment.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace runner
+{
+
+namespace
+{
+
+std::string program_directory()
+{
+    char path[PATH_MAX];
+    const ssize_t size = readlink("/proc/self/exe", path, sizeof(path));
+    if (size <= 0 || size == ssize_t{sizeof(path)}) {
+        throw std::runtime_error("cannot find out where this program is");
+    }
+    const std::string program(path, static_cast<size_t>(size));
+    return program.substr(0, program.rfind('/'));
+}
+
+// The first of the files beside the program that exists, by its absolute path.
+std::string find_beside(const std::vector<std::string> &relative, const std::string &what)
+{
+    const std::string base = program_directory();
+    for (const std::string &name : relative) {
+        char absolute[PATH_MAX];
+        if (realpath((base + "/" + name).c_str(), absolute) != nullptr) {
+            return absolute;
+        }
+    }
+    throw std::runtime_error(what + " is not where it belongs, " + base + "/" + relative.front());
+}
+
+std::string find_shim()
+{
+    const std::string shim =
+        find_beside({"../lib/libqelsim.so", "../lib/" QELI2C_LIBRARY_ARCHITECTURE "/libqelsim.so",
+                     "../lib/qeli2c/libqelsim.so"},
+                    "the preload library");
+    if (shim.find_first_of(" :") != std::string::npos) {
+        throw std::runtime_error(
+            "a library cannot be preloaded from a path with spaces or colons: " + shim);
+    }
+    return shim;
+}
+
+std::string find_board_file(const std::string &given)
+{
+    if (!given.empty()) {
+        return given;
+    }
+    if (const char *variable = std::getenv("QELI2C_BOARD"); variable != nullptr && *variable != 0) {
+        return variable;
+    }
+    return find_beside({"../share/qeli2c/boards/reference.json"}, "the reference board");
+}
+
+} // namespace
+
+Environment board_environment(const std::string &directory)
+{
+    const std::string shim = find_shim();
+    std::string preload = shim;
+    if (const char *former = std::getenv("LD_PRELOAD"); former != nullptr && *former != '\0') {
+        const bool is_first = std::string(former).compare(0, shim.size(), shim) == 0;
+        preload = is_first ? former : shim + ":" + former;
+    }
+    return {{"QELI2C_SIM", directory},
+            {"QELI2C_BOARD", directory + "/board.json"},
+            {"LD_PRELOAD", preload}};
+}
+
+simboard::NewBoard make_board(const BoardChoice &choice, const std::string &name)
+{
+    const std::string file = find_board_file(choice.file);
+    std::string text;
+    if (!simboard::read_text_file(file, text)) {
+        throw std::runtime_error(file + ": cannot be read: " + std::strerror(errno));
+    }
+    std::vector<simboard::DescriptionError> errors;
+    const simboard::BoardDescription description = simboard::parse_board_description(text, errors);
+    for (const simboard::DescriptionError &error : errors) {
+        std::fprintf(stderr, "%s\n", simboard::to_string(file, error).c_str());
+    }
+    if (!errors.empty()) {
+        throw std::runtime_error("the board file cannot be used; nothing was started");
+    }
+    simboard::BoardOptions options;
+    options.name = name;
+    options.has_speed =
+        !choice.speed.empty() && simboard::parse_speed(choice.speed, options.bit_ns);
+    return simboard::create_board(description, text, options);
+}
+
+std::string shell_quote(const std::string &text)
+{
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+} // namespace runner

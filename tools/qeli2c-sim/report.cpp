@@ -1,0 +1,193 @@
+// qeli2c-sim report: what the board has counted.
+#include "commands.h"
+#include "simboard/board.h"
+#include "simboard/view.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <json/json.h>
+#include <stdexcept>
+
+namespace runner
+{
+
+namespace
+{
+
+using simboard::Counters;
+using simboard::ProcessCounters;
+
+struct Field {
+    const char *key;     // in JSON
+    const char *heading; // in the table, null when it is told in words
+    uint64_t Counters::*count;
+};
+
+constexpr Field FIELDS[] = {
+    {"transfers", "transfers", &Counters::transfers},
+    {"messages", "messages", &Counters::messages},
+    {"bytes", "bytes", &Counters::bytes},
+    {"failed", "failed", &Counters::failed},
+    {"address_nacks", "addr NACK", &Counters::address_nacks},
+    {"data_nacks", "data NACK", &Counters::data_nacks},
+    {"orphaned_paths", "orphaned", &Counters::orphaned_paths},
+    {"conflicts", nullptr, &Counters::conflicts},
+    {"foreign_transfers", nullptr, &Counters::foreign_transfers},
+    {"paths_left_open", nullptr, &Counters::paths_left_open},
+    {"two_channels", nullptr, &Counters::two_channels},
+    {"unbalanced_unlocks", nullptr, &Counters::unbalanced_unlocks},
+};
+
+struct Findings {
+    std::vector<ProcessCounters> processes;
+    Counters by_bus[simboard::kBuses] = {};
+    Counters totals = {};
+    uint64_t undone = 0; // transfers of processes killed in the middle of them
+};
+
+std::string choose_directory(const std::string &name)
+{
+    if (name.empty()) {
+        if (const char *variable = std::getenv("QELI2C_SIM");
+            variable != nullptr && *variable != 0) {
+            return variable;
+        }
+    }
+    const std::string chosen = name.empty() ? "default" : name;
+    for (const simboard::ListedBoard &board : simboard::list_boards()) {
+        if (board.name == chosen) {
+            return board.directory;
+        }
+    }
+    throw std::runtime_error("there is no board \"" + chosen + "\"");
+}
+
+Findings collect(const simboard::BoardView &view)
+{
+    Findings findings;
+    findings.processes = simboard::read_counters(view);
+    for (uint32_t bus = 0; bus < simboard::kBuses; bus++) {
+        for (const ProcessCounters &process : findings.processes) {
+            simboard::add_counters(findings.by_bus[bus], process.by_bus[bus]);
+        }
+        simboard::add_counters(findings.totals, findings.by_bus[bus]);
+        findings.undone += view.state->buses[bus].recoveries.load();
+    }
+    return findings;
+}
+
+Counters sum_of(const ProcessCounters &process)
+{
+    Counters sum = {};
+    for (const Counters &counters : process.by_bus) {
+        simboard::add_counters(sum, counters);
+    }
+    return sum;
+}
+
+void print_row(const std::string &label, const Counters &counters)
+{
+    std::printf("%-24s", label.c_str());
+    for (const Field &field : FIELDS) {
+        if (field.heading != nullptr) {
+            std::printf(" %10llu", static_cast<unsigned long long>(counters.*field.count));
+        }
+    }
+    std::printf("\n");
+}
+
+void print_heading(const char *label)
+{
+    std::printf("%-24s", label);
+    for (const Field &field : FIELDS) {
+        if (field.heading != nullptr) {
+            std::printf(" %10s", field.heading);
+        }
+    }
+    std::printf("\n");
+}
+
+std::string label_of(const ProcessCounters &process)
+{
+    return process.pid == 0 ? "(earlier processes)"
+                            : std::to_string(process.pid) + " " + process.name;
+}
+
+void print_text(const simboard::BoardView &view, const Findings &findings)
+{
+    std::printf("board %s (%s)\n\n", view.state->header.name, view.directory.c_str());
+    print_heading("bus");
+    for (uint32_t bus = 0; bus < simboard::kBuses; bus++) {
+        if (findings.by_bus[bus].transfers > 0) {
+            print_row(std::to_string(bus), findings.by_bus[bus]);
+        }
+    }
+    print_row("all", findings.totals);
+    std::printf("\n");
+    print_heading("process");
+    for (const ProcessCounters &process : findings.processes) {
+        print_row(label_of(process), sum_of(process));
+    }
+    if (findings.undone > 0) {
+        std::printf("\n%llu transfers undone because their process died in the middle\n",
+                    static_cast<unsigned long long>(findings.undone));
+    }
+    const std::string wrongs = simboard::describe_wrongs(findings.totals, "WRONG: ");
+    std::printf("\n%s", wrongs.empty() ? "nothing wrong was seen\n" : wrongs.c_str());
+}
+
+Json::Value to_json(const Counters &counters)
+{
+    Json::Value value(Json::objectValue);
+    for (const Field &field : FIELDS) {
+        value[field.key] = Json::UInt64(counters.*field.count);
+    }
+    return value;
+}
+
+void print_json(const simboard::BoardView &view, const Findings &findings, bool good)
+{
+    Json::Value root(Json::objectValue);
+    root["board"] = view.state->header.name;
+    root["directory"] = view.directory;
+    root["good"] = good;
+    root["undone"] = Json::UInt64(findings.undone);
+    root["totals"] = to_json(findings.totals);
+    root["buses"] = Json::Value(Json::arrayValue);
+    root["processes"] = Json::Value(Json::arrayValue);
+    for (uint32_t bus = 0; bus < simboard::kBuses; bus++) {
+        if (view.state->buses[bus].described != 0) {
+            Json::Value entry = to_json(findings.by_bus[bus]);
+            entry["bus"] = bus;
+            root["buses"].append(entry);
+        }
+    }
+    for (const ProcessCounters &process : findings.processes) {
+        Json::Value entry = to_json(sum_of(process));
+        entry["pid"] = process.pid;
+        entry["name"] = process.name;
+        root["processes"].append(entry);
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    std::cout << Json::writeString(builder, root) << "\n";
+}
+
+} // namespace
+
+int report_board(const std::string &name, bool json)
+{
+    simboard::BoardView view = simboard::open_board(choose_directory(name));
+    const Findings findings = collect(view);
+    const bool good = simboard::describe_wrongs(findings.totals, "").empty();
+    if (json) {
+        print_json(view, findings, good);
+    } else {
+        print_text(view, findings);
+    }
+    simboard::close_board(view);
+    return good ? 0 : 1;
+}
+
+} // namespace runner

@@ -1,0 +1,149 @@
+// qeli2c-sim run: a board for one command, gone when the command is.
+#include "commands.h"
+#include "environment.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace runner
+{
+
+namespace
+{
+
+constexpr int FORWARDED[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
+constexpr int NOT_EXECUTABLE = 126; // as the shell has it
+constexpr int NOT_FOUND = 127;
+constexpr int KILLED = 128;
+
+// The throwaway board; deleting it is the last thing done on every path.
+struct ThrowawayBoard {
+    simboard::NewBoard board;
+
+    ~ThrowawayBoard()
+    {
+        try {
+            simboard::delete_board(board.directory);
+        } catch (const std::runtime_error &error) {
+            std::fprintf(stderr, "qeli2c-sim: %s\n", error.what());
+        }
+        close(board.owner_fd);
+    }
+};
+
+sigset_t watched_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : FORWARDED) {
+        sigaddset(&set, number);
+    }
+    sigaddset(&set, SIGCHLD);
+    return set;
+}
+
+// A signal that came before there was a command to have it.
+int pending_signal()
+{
+    sigset_t pending;
+    sigpending(&pending);
+    for (const int number : FORWARDED) {
+        if (sigismember(&pending, number) == 1) {
+            return number;
+        }
+    }
+    return 0;
+}
+
+[[noreturn]] void become(const std::vector<std::string> &command, const Environment &environment,
+                         const sigset_t &mask, int failure_pipe)
+{
+    for (const auto &[name, value] : environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    std::vector<char *> arguments;
+    for (const std::string &argument : command) {
+        arguments.push_back(const_cast<char *>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    execvp(arguments[0], arguments.data());
+    const int error = errno;
+    const ssize_t written = write(failure_pipe, &error, sizeof(error));
+    _exit(written == ssize_t{sizeof(error)} ? NOT_FOUND : NOT_EXECUTABLE);
+}
+
+// The command's process id; the errno of a failed start in `error`.
+pid_t spawn(const std::vector<std::string> &command, const Environment &environment,
+            const sigset_t &mask, int &error)
+{
+    int ends[2];
+    error = 0;
+    if (pipe2(ends, O_CLOEXEC) < 0) {
+        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        become(command, environment, mask, ends[1]);
+    }
+    const int fork_error = errno;
+    close(ends[1]);
+    if (child > 0) {
+        while (read(ends[0], &error, sizeof(error)) < 0 && errno == EINTR) {
+        }
+    }
+    close(ends[0]);
+    if (child < 0) {
+        throw std::runtime_error(std::string("fork: ") + std::strerror(fork_error));
+    }
+    return child;
+}
+
+// Waits for the command, handing on what this program is sent. What a terminal sends goes to both
+// of them anyway.
+int wait_for(pid_t child, const sigset_t &watched)
+{
+    for (;;) {
+        siginfo_t info;
+        const int number = sigwaitinfo(&watched, &info);
+        int status;
+        if (number == SIGCHLD && waitpid(child, &status, WNOHANG) == child) {
+            return WIFSIGNALED(status) ? KILLED + WTERMSIG(status) : WEXITSTATUS(status);
+        }
+        if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) {
+            kill(child, number);
+        }
+    }
+}
+
+} // namespace
+
+int run_command(const BoardChoice &choice, const std::vector<std::string> &command)
+{
+    const sigset_t watched = watched_signals();
+    sigset_t former;
+    signal(SIGCHLD, SIG_DFL);
+    sigprocmask(SIG_BLOCK, &watched, &former);
+    const ThrowawayBoard holder = {make_board(choice, "")};
+    const Environment environment = board_environment(holder.board.directory);
+    if (const int number = pending_signal(); number != 0) {
+        return KILLED + number;
+    }
+    int error;
+    const pid_t child = spawn(command, environment, former, error);
+    if (error != 0) {
+        waitpid(child, nullptr, 0);
+        std::fprintf(stderr, "qeli2c-sim: %s: %s\n", command[0].c_str(), std::strerror(error));
+        return error == ENOENT ? NOT_FOUND : NOT_EXECUTABLE;
+    }
+    return wait_for(child, watched);
+}
+
+} // namespace runner

@@ -1,0 +1,76 @@
+// qeli2c-sim start, stop and list: boards that stay while programs come and go.
+#include "commands.h"
+#include "environment.h"
+#include "simboard/view.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+
+namespace runner
+{
+
+namespace
+{
+
+std::string describe(const simboard::ListedBoard &listed)
+{
+    simboard::BoardView view = simboard::open_board(listed.directory);
+    const std::string text = view.state->header.name;
+    simboard::close_board(view);
+    return text;
+}
+
+bool is_standing(const std::string &name)
+{
+    const auto boards = simboard::list_boards();
+    return std::any_of(boards.begin(), boards.end(),
+                       [&name](const simboard::ListedBoard &board) { return board.name == name; });
+}
+
+} // namespace
+
+int start_board(const BoardChoice &choice, const std::string &name)
+{
+    const simboard::NewBoard board = make_board(choice, name);
+    try {
+        for (const auto &[variable, value] : board_environment(board.directory)) {
+            std::printf("export %s=%s\n", variable.c_str(), shell_quote(value).c_str());
+        }
+    } catch (...) {
+        simboard::delete_board(board.directory);
+        throw;
+    }
+    return 0;
+}
+
+int stop_board(const std::string &name)
+{
+    if (!simboard::is_board_name(name) || !is_standing(name)) {
+        throw std::runtime_error("there is no board \"" + name + "\"");
+    }
+    simboard::delete_board(simboard::named_board_directory(name));
+    return 0;
+}
+
+int list_all_boards()
+{
+    simboard::sweep_boards();
+    auto boards = simboard::list_boards();
+    std::sort(boards.begin(), boards.end(),
+              [](const simboard::ListedBoard &a, const simboard::ListedBoard &b) {
+                  return a.name < b.name;
+              });
+    for (const simboard::ListedBoard &board : boards) {
+        try {
+            const std::string text = describe(board);
+            std::printf("%-16s %-24s %s\n", board.name.empty() ? "(run)" : board.name.c_str(),
+                        text.c_str(), board.directory.c_str());
+        } catch (const std::runtime_error &error) { // deleted meanwhile, or damaged
+            std::fprintf(stderr, "qeli2c-sim: %s\n", error.what());
+        }
+    }
+    return 0;
+}
+
+} // namespace runner
