@@ -1,0 +1,114 @@
+// Many threads come to a bus, a device or the owner table for the first time together.
+#include "tests/unit/scripted_kernel.h"
+
+#include "include/qeli2c.h"
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+
+using namespace scripted;
+
+namespace
+{
+
+constexpr int thread_count = 32;
+
+// Lets all threads loose at once; gives their results and the events they caused.
+template <class Result, class Call>
+std::vector<std::string> race(std::vector<Result> &results, const Script &exceptions, Call call)
+{
+    results.resize(thread_count);
+    return observe(exceptions, [&] {
+        std::atomic<int> waiting = thread_count;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < thread_count; ++i)
+            threads.emplace_back([&, i] {
+                --waiting;
+                while (waiting > 0)
+                    std::this_thread::yield();
+                results[static_cast<size_t>(i)] = call(i);
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+    });
+}
+
+auto count(const std::vector<std::string> &events, const Event &event)
+{
+    return std::count(events.begin(), events.end(), event.text);
+}
+
+TEST(FirstUse, OfABusTakesItOnceFromEachThreadAndCreatesEverythingOnce)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [] {
+        std::vector<int32_t> results;
+        const auto events = race(results, {}, [](int) {
+            ui2c_adapter *adapter = ui2c_to_client(11, 0x50, 0, 0)->adapter;
+            const int fd = ui2c_adapter_fd(adapter);
+            const int semaphore = ipc_lock_adapter(adapter);
+            getPidOfI2CAccess(adapter);
+            ipc_unlock_adapter(semaphore);
+            return fd == fd_of(11) ? semaphore : -1;
+        });
+        EXPECT_EQ(results, std::vector<int32_t>(thread_count, semaphore_of(11)));
+        EXPECT_EQ(count(events, open_bus(11, 0)), 1);
+        EXPECT_EQ(count(events, create_semaphore(12395, 0)), 1);
+        EXPECT_EQ(count(events, lock_semaphore(11)), thread_count);
+        EXPECT_EQ(count(events, open_memory()), 1);
+        EXPECT_EQ(count(events, map_memory()), 1);
+        EXPECT_EQ(count(events, close_memory()), 1);
+        EXPECT_EQ(events.size(), 5U + 2 * thread_count);
+        EXPECT_EQ(allocations(), 3U); // adapter, client, adapter data
+        exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), ""); // in a process that has mapped nothing yet
+}
+
+TEST(FirstUse, OfOneDeviceGivesAllThreadsTheSameRecord)
+{
+    const uint32_t bus = fresh_bus();
+    std::vector<ui2c_client *> results;
+    race(results, {}, [bus](int i) {
+        return ui2c_to_client(bus, static_cast<uint16_t>(0x50 + i % 2), 0x00700071, 0);
+    });
+    EXPECT_EQ(std::set<ui2c_client *>(results.begin(), results.end()).size(), 2U);
+    EXPECT_EQ(allocations(), 5U); // adapter, two switches, two clients
+    EXPECT_EQ(results[0]->swi, results[1]->swi);
+}
+
+TEST(FirstUse, ThatFailsIsRepeatedByALaterCall)
+{
+    const uint32_t bus = fresh_bus();
+    ui2c_adapter *adapter = ui2c_to_adapter(bus);
+    std::vector<int32_t> results;
+    const auto events = race(results, {open_bus(bus, -1, ENFILE)},
+                             [adapter](int) { return ui2c_adapter_fd(adapter); });
+    EXPECT_LE(count(events, open_bus(bus, 0)), 2);
+    EXPECT_EQ(results.size(),
+              static_cast<size_t>(std::count(results.begin(), results.end(), -1) +
+                                  std::count(results.begin(), results.end(), fd_of(bus))));
+    EXPECT_NE(std::count(results.begin(), results.end(), -1), 0);
+    observe({}, [&] { EXPECT_EQ(ui2c_adapter_fd(adapter), fd_of(bus)); });
+}
+
+TEST(FirstUse, ReadersOfAKnownDeviceNeverWaitForABrokenLink)
+{
+    // Lookups rewrite the upstream link while others walk the same lists: nothing but the mutex may
+    // order them.
+    const uint32_t bus = fresh_bus();
+    std::vector<ui2c_switch *> results;
+    race(results, {}, [bus](int i) {
+        for (int times = 0; times < 50; ++times)
+            ui2c_to_client(bus, static_cast<uint16_t>(0x20 + times),
+                           i % 2 != 0 ? 0x71U : 0x00700071U, 0);
+        return ui2c_to_client(bus, 0x20, 0x71, 0)->swi;
+    });
+    EXPECT_EQ(std::set<ui2c_switch *>(results.begin(), results.end()).size(), 1U);
+    EXPECT_EQ(allocations(), 3U + 50U);
+}
+
+} // namespace
