@@ -125,9 +125,9 @@ std::string describe(const Target &target, const Request &request, const Access 
 {
     const size_t bytes = request.values.size() * access.value_width;
     std::string text = "write " + std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-    if (access.offset_width > 0)
-        text += " at " + hex(request.offset, offset_digits(access));
-    return text + " of " + delicate(target) + " " + to_string(target);
+    text +=
+        access.offset_width ? " at " + hex(request.offset, offset_digits(access)) + " of " : " to ";
+    return text + delicate(target) + " " + to_string(target);
 }
 
 void set(const SetArguments &arguments, const Options &options)

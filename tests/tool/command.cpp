@@ -1,0 +1,71 @@
+// Command lines run by a shell.
+#include "command.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+[[noreturn]] void become(const std::string &line, int out, int err)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int nothing = open("/dev/null", O_RDONLY);
+    dup2(nothing, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    const char *path = getenv("PATH");
+    setenv("PATH", (std::string(QELI2C_TEST_PROGRAMS ":") + (path ? path : "")).c_str(), 1);
+    setenv("LC_ALL", "C", 1);
+    if (*QELI2C_TEST_PRELOAD)
+        setenv("LD_PRELOAD", QELI2C_TEST_PRELOAD, 1);
+    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    _exit(127);
+}
+
+std::string content_of(int fd)
+{
+    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    const ssize_t size = pread(fd, text.data(), text.size(), 0);
+    close(fd);
+    text.resize(size < 0 ? 0 : static_cast<size_t>(size));
+    return text;
+}
+
+} // namespace
+
+Command start(const std::string &line)
+{
+    Command command;
+    command.out = memfd_create("out", MFD_CLOEXEC);
+    command.err = memfd_create("err", MFD_CLOEXEC);
+    for (const int fd : {command.out, command.err})
+        fcntl(fd, F_SETFL, O_APPEND);
+    command.child = fork();
+    if (command.child == 0)
+        become(line, command.out, command.err);
+    return command;
+}
+
+Ended end_of(const Command &command)
+{
+    int status = 0;
+    while (waitpid(command.child, &status, 0) < 0 && errno == EINTR) {
+    }
+    Ended ended;
+    ended.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    ended.out = content_of(command.out);
+    ended.err = content_of(command.err);
+    return ended;
+}
+
+Ended run(const std::string &line)
+{
+    return end_of(start(line));
+}
