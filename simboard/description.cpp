@@ -13,6 +13,7 @@
 #include <set>
 
 #include "simboard/description_check.h"
+#include "simboard/description_keys.h"
 
 namespace simboard
 {
@@ -301,7 +302,10 @@ void add_syntax_errors(const std::string &report, std::vector<DescriptionError> 
             text.compare(0, 4, "See ") == 0) {
             continue;
         }
-        errors.push_back({line, "", "not valid JSON: " + text.substr(2)});
+        // What follows on the same line is mostly a consequence of the first mistake there.
+        if (errors.empty() || errors.back().line != line) {
+            errors.push_back({line, "", "not valid JSON: " + text.substr(2)});
+        }
     }
     if (errors.empty()) {
         errors.push_back({0, "", "not valid JSON"});
@@ -312,6 +316,7 @@ bool parse_json(const std::string &text, Json::Value &root, std::vector<Descript
 {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["rejectDupKeys"] = false; // looked for apart, so that they do not hide other mistakes
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string report;
     try {
@@ -334,6 +339,7 @@ BoardDescription parse_board_description(const std::string &text,
     if (!parse_json(text, root, errors)) {
         return {};
     }
+    find_duplicate_keys(text, errors);
     Reader reader = {text, errors, {}};
     read_board(reader, root);
     std::stable_sort(

@@ -1,0 +1,269 @@
+// The judge: what it counts, and what it lets pass.
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include "child.h"
+#include "device.h"
+#include "simboard/testing.h"
+
+namespace
+{
+
+using simboard::Counters;
+using simboard::testing::Board;
+using simboard::testing::reference_board;
+
+constexpr uint16_t SWITCH = 0x70;
+
+TEST(ForeignTransfer, InsideTheOpenPathOfALiveTaskOnly)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    Child owner([] {
+        const Device own(4);
+        return own.write(SWITCH, {0x20}) == 1 && own.write(0x21, {0}) == 1;
+    });
+    ASSERT_TRUE(owner.wait_ready());
+    EXPECT_EQ(board.totals(4).foreign_transfers, 0U);
+
+    EXPECT_EQ(bus.write(0x60, {0}), 1);
+    EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
+    EXPECT_EQ(Device(7).write(0x30, {0}), 1); // another bus
+    EXPECT_EQ(board.totals().foreign_transfers, 1U);
+
+    owner.kill_and_reap();
+    EXPECT_EQ(bus.write(0x60, {0}), 1);
+    EXPECT_EQ(bus.write(0x60, {0}), 1);
+    EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
+    EXPECT_EQ(board.totals(4).orphaned_paths, 1U); // a path is found orphaned once
+    EXPECT_EQ(board.trace(4).at(2).findings, simboard::kFindingForeign);
+    EXPECT_EQ(board.trace(4).at(3).findings, simboard::kFindingOrphan);
+}
+
+TEST(ForeignTransfer, AZombieHoldsNoPath)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    Child owner([] { return Device(4).write(SWITCH, {0x20}) == 1; });
+    ASSERT_TRUE(owner.wait_ready());
+    owner.kill_and_leave();
+    EXPECT_EQ(bus.write(0x60, {0}), 1);
+    EXPECT_EQ(board.totals(4).foreign_transfers, 0U);
+    EXPECT_EQ(board.totals(4).orphaned_paths, 1U);
+}
+
+TEST(ForeignTransfer, ThreadsAreTasksOfTheirOwn)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
+    std::thread([&bus] { EXPECT_EQ(bus.write(0x60, {0}), 1); }).join();
+    EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
+    ASSERT_EQ(bus.write(SWITCH, {0x00}), 1);
+    std::thread([&bus] { EXPECT_EQ(bus.write(0x60, {0}), 1); }).join();
+    EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
+}
+
+int record_lock(int fd, int command, short type, short whence = SEEK_SET)
+{
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = whence;
+    return fcntl(fd, command, &lock);
+}
+
+struct LockKind {
+    const char *name;
+    std::function<int(int)> take;
+    std::function<int(int)> release;
+};
+
+const LockKind LOCK_KINDS[] = {
+    {"record lock", [](int fd) { return record_lock(fd, F_SETLKW, F_WRLCK); },
+     [](int fd) { return record_lock(fd, F_SETLK, F_UNLCK); }},
+    {"record lock from the offset",
+     [](int fd) { return record_lock(fd, F_SETLK, F_WRLCK, SEEK_CUR); },
+     [](int fd) { return record_lock(fd, F_SETLKW, F_UNLCK, SEEK_CUR); }},
+    {"lock of the open file", [](int fd) { return record_lock(fd, F_OFD_SETLK, F_WRLCK); },
+     [](int fd) { return record_lock(fd, F_OFD_SETLK, F_UNLCK); }},
+    {"flock", [](int fd) { return flock(fd, LOCK_EX); }, [](int fd) { return flock(fd, LOCK_UN); }},
+    {"lockf", [](int fd) { return lockf(fd, F_LOCK, 0); },
+     [](int fd) { return lockf(fd, F_ULOCK, 0); }},
+};
+
+TEST(PathLeftOpen, CountsAtTheReleaseOfAnyFileLock)
+{
+    for (const LockKind &kind : LOCK_KINDS) {
+        SCOPED_TRACE(kind.name);
+        Board board(reference_board());
+        const Device bus(4);
+        ASSERT_EQ(kind.take(bus.fd()), 0);
+        ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
+        ASSERT_EQ(bus.write(SWITCH, {0x00}), 1);
+        ASSERT_EQ(kind.release(bus.fd()), 0);
+        EXPECT_EQ(board.wrongs(), "");
+
+        ASSERT_EQ(kind.take(bus.fd()), 0);
+        ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
+        ASSERT_EQ(kind.release(bus.fd()), 0);
+        EXPECT_EQ(board.totals(4).paths_left_open, 1U);
+        EXPECT_EQ(board.totals(4).unbalanced_unlocks, 0U);
+    }
+}
+
+TEST(PathLeftOpen, SomebodyElsesPathIsNotTheReleasers)
+{
+    Board board(reference_board());
+    Child owner([] { return Device(4).write(SWITCH, {0x20}) == 1; });
+    ASSERT_TRUE(owner.wait_ready());
+    const Device bus(4);
+    ASSERT_EQ(record_lock(bus.fd(), F_SETLK, F_WRLCK), 0);
+    ASSERT_EQ(record_lock(bus.fd(), F_SETLK, F_UNLCK), 0);
+    EXPECT_EQ(board.wrongs(), "");
+}
+
+TEST(UnbalancedUnlock, AReleaseWithoutALock)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    EXPECT_EQ(record_lock(bus.fd(), F_SETLK, F_UNLCK), 0);
+    EXPECT_EQ(board.totals(4).unbalanced_unlocks, 1U);
+    EXPECT_EQ(record_lock(bus.fd(), F_SETLK, F_WRLCK), 0);
+    EXPECT_EQ(record_lock(bus.fd(), F_SETLK, F_UNLCK), 0);
+    EXPECT_EQ(board.totals(4).unbalanced_unlocks, 1U);
+}
+
+// Locks that depend on the offset would not meet, since the offset holds what each descriptor was
+// told.
+TEST(FileLock, ExcludesOtherProcessesWhateverTheAddress)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    ASSERT_EQ(bus.request(I2C_SLAVE, 0x60), 0);
+    ASSERT_EQ(lockf(bus.fd(), F_TLOCK, 1), 0);
+    Child other([] {
+        const Device own(4);
+        return own.request(I2C_SLAVE, 0x21) == 0 && lockf(own.fd(), F_TEST, 1) == -1 &&
+               errno == EACCES && lockf(own.fd(), F_TLOCK, 1) == -1;
+    });
+    EXPECT_TRUE(other.wait_ready());
+}
+
+TEST(TwoChannels, OnOneSegmentOnly)
+{
+    const char *const siblings = R"({"name":"siblings","buses":[{"bus":4,"devices":[
+        {"name":"a","type":"pca9548","address":"0x70","channels":{"0":[
+            {"name":"c","type":"pca9548","address":"0x72"}]}},
+        {"name":"b","type":"pca9548","address":"0x71"}]}]})";
+    const struct {
+        const char *name;
+        std::vector<std::pair<uint16_t, uint8_t>> writes;
+        uint64_t counted;
+    } rows[] = {
+        {"one after the other", {{0x70, 1}, {0x70, 2}, {0x70, 0}, {0x71, 4}}, 0},
+        {"in one switch", {{0x70, 3}}, 1},
+        {"in siblings", {{0x70, 1}, {0x71, 1}}, 1},
+        {"behind each other", {{0x70, 1}, {0x72, 1}}, 0},
+        {"closing one of three", {{0x70, 7}, {0x70, 3}}, 1},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Board board(siblings);
+        const Device bus(4);
+        for (const auto &[address, control] : row.writes) {
+            ASSERT_EQ(bus.write(address, {control}), 1);
+        }
+        EXPECT_EQ(board.totals(4).two_channels, row.counted);
+    }
+}
+
+TEST(Counters, BelongToTheProcessThatMadeThem)
+{
+    Board board(reference_board());
+    const Device bus(7);
+    EXPECT_EQ(bus.write(0x30, {0, 1, 2}), 1);
+    EXPECT_EQ(bus.write(0x31, {0}), -ENXIO);
+    Child other([] { return Device(0).write(0x20, {5}) == 1; });
+    ASSERT_TRUE(other.wait_ready());
+    const auto processes = read_counters(board.view());
+    ASSERT_EQ(processes.size(), 2U);
+    EXPECT_EQ(processes[0].pid, getpid());
+    EXPECT_EQ(processes[1].pid, other.pid());
+    const Counters &own = processes[0].by_bus[7];
+    EXPECT_EQ(own.transfers, 2U);
+    EXPECT_EQ(own.messages, 1U);
+    EXPECT_EQ(own.bytes, 3U);
+    EXPECT_EQ(own.failed, 1U);
+    EXPECT_EQ(own.address_nacks, 1U);
+    EXPECT_EQ(processes[1].by_bus[0].transfers, 1U);
+    EXPECT_EQ(processes[1].by_bus[7].transfers, 0U);
+}
+
+TEST(Counters, NothingIsLostWhenManyProcessesComeAndGo)
+{
+    Board board(reference_board());
+    constexpr unsigned MANY = 2 * simboard::kProcesses + 10; // more than there are records
+    for (unsigned i = 0; i < MANY; i++) {
+        Child child([] { return Device(7).write(0x30, {0}) == 1; });
+        ASSERT_TRUE(child.wait_ready());
+        child.kill_and_reap();
+    }
+    EXPECT_EQ(board.totals(7).transfers, MANY);
+    EXPECT_LE(read_counters(board.view()).size(), simboard::kProcesses);
+}
+
+TEST(Trace, TellsWhoWhenAndThroughWhichPath)
+{
+    Board board(reference_board());
+    const Device bus(4);
+    ASSERT_EQ(bus.write(0x70, {0x20}), 1);
+    ASSERT_EQ(bus.write(0x71, {0x08}), 1);
+    ASSERT_EQ(bus.write(0x22, {1, 2}), 1);
+    const auto trace = board.trace(4);
+    ASSERT_EQ(trace.size(), 3U);
+    EXPECT_TRUE(trace[0].path.empty());
+    const auto &last = trace[2];
+    EXPECT_EQ(last.number, 3U);
+    EXPECT_EQ(last.task.pid, getpid());
+    EXPECT_EQ(last.task.tid, gettid());
+    EXPECT_EQ(last.result, 1);
+    EXPECT_EQ(last.smbus_size, -1);
+    EXPECT_GE(last.end_ns, last.start_ns);
+    EXPECT_GE(last.start_ns, trace[1].end_ns);
+    ASSERT_EQ(last.path.size(), 2U);
+    EXPECT_EQ(last.path[0].address, 0x70);
+    EXPECT_EQ(last.path[1].channels, 0x08);
+    EXPECT_EQ(read_trace(board.view(), 4, 2).size(), 1U);
+}
+
+TEST(Trace, KeepsTheNewestAndSaysHowMuchOfALongTransferItKept)
+{
+    Board board(reference_board());
+    const Device bus(7);
+    Bytes big(8192, 0x42);
+    const i2c_msg message = {0x30, 0, 8192, big.data()};
+    for (int i = 0; i < 100; i++) {
+        ASSERT_EQ(bus.transfer({message, message, message}), 3);
+    }
+    ASSERT_EQ(bus.write(0x30, {0x11, 0x22}), 1);
+    const auto trace = board.trace(7);
+    ASSERT_GT(trace.size(), 10U);
+    EXPECT_EQ(trace.back().number, 101U);
+    EXPECT_EQ(trace.back().messages.at(0).bytes, (Bytes{0x11, 0x22}));
+    for (size_t i = 1; i < trace.size(); i++) {
+        EXPECT_EQ(trace[i].number, trace[i - 1].number + 1);
+    }
+    const auto &longest = trace.front().messages;
+    ASSERT_EQ(longest.size(), 3U);
+    EXPECT_EQ(longest[0].bytes, big);
+    EXPECT_LT(longest[1].bytes.size(), big.size());
+    EXPECT_EQ(longest[1].done, 8192);
+    EXPECT_EQ(longest[2].length, 8192);
+}
+
+} // namespace
