@@ -153,14 +153,14 @@ int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, ch
             return -1;
         }
         const bool both_ways = size == I2C_SMBUS_BLOCK_PROC_CALL;
-        uint8_t area[QELI2C_SMBUS_AREA] = {};
+        alignas(i2c_smbus_data) uint8_t area[QELI2C_SMBUS_AREA] = {};
         if (data != nullptr && (read_write == I2C_SMBUS_WRITE || both_ways))
             (void)qel_memcpy_s(area, sizeof(area), data, QELI2C_SMBUS_AREA);
         i2c_smbus_ioctl_data request = {};
         request.read_write = static_cast<uint8_t>(read_write);
         request.command = command;
         request.size = static_cast<uint32_t>(size) & 0x7FFFFFFF;
-        request.data = reinterpret_cast<i2c_smbus_data *>(area);
+        request.data = static_cast<i2c_smbus_data *>(static_cast<void *>(area));
         ret = ioctl(fd, I2C_SMBUS, &request);
         if (ret >= 0 && data != nullptr && (read_write == I2C_SMBUS_READ || both_ways))
             (void)qel_memcpy_s(data, QELI2C_SMBUS_AREA, area, sizeof(area));
