@@ -31,3 +31,16 @@ target_compile_options(qeli2c_no_cxx_runtime INTERFACE
 if(NOT QELI2C_SANITIZE)
     target_link_options(qeli2c_no_cxx_runtime INTERFACE -Wl,-z,defs)
 endif()
+
+# On 32-bit ARM the stack protector's guard is a variable of the dynamic linker, which would become one more library
+# that these objects need.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND NOT QELI2C_SANITIZE)
+    target_compile_options(qeli2c_no_cxx_runtime INTERFACE -fno-stack-protector)
+endif()
+
+# Code whose frames all stay far below a page: none can step over a guard page, so the probes that GCC for 32-bit ARM
+# puts even into the smallest frames are left out.
+add_library(qeli2c_small_frames INTERFACE)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND NOT QELI2C_SANITIZE)
+    target_compile_options(qeli2c_small_frames INTERFACE -fno-stack-clash-protection -Wframe-larger-than=2048)
+endif()
