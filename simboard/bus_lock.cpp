@@ -33,7 +33,6 @@ void roll_back(State &state, Bus &bus)
         const JournalLine &line = journal.lines[i - 1];
         memcpy(reinterpret_cast<uint8_t *>(&state) + line.offset, line.bytes, kLineSize);
     }
-    std::atomic_thread_fence(std::memory_order_seq_cst);
     journal.count.store(0, std::memory_order_release);
 }
 

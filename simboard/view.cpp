@@ -1,6 +1,7 @@
 // Boards looked at from outside.
 #include "simboard/view.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -71,9 +72,11 @@ struct RecordBytes {
 
     void take(void *to, size_t size)
     {
-        const size_t left = bytes.size() - at;
-        std::memcpy(to, bytes.data() + at, size < left ? size : left);
-        at += size < left ? size : left;
+        const size_t part = std::min(size, bytes.size() - at);
+        if (part > 0) {
+            std::memcpy(to, bytes.data() + at, part);
+        }
+        at += part;
     }
 };
 
@@ -157,7 +160,7 @@ void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<
     const BusGuard guard(state, bus);
     uint8_t *const to = bytes_of(state, chip, offset, bytes.size());
     preserve(state, bus, to, bytes.size());
-    std::memcpy(to, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), to);
     if (chip.type == ChipType::pca9548) {
         chip.state.opener = {};
     }
