@@ -30,6 +30,10 @@ namespace
 constexpr off_t kPhysicalMemory = off_t{1} << 32; // what a 32-bit board can address
 constexpr time_t kUnfinishedSeconds = 60;
 
+// Status registers of the bus controllers.
+constexpr off_t kFirstStatus = 0x1e78a088;
+constexpr off_t kStatusDistance = 0x80;
+
 [[noreturn]] void fail(const std::string &what)
 {
     throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -174,6 +178,7 @@ int fill_directory(const std::string &directory, const BoardDescription &descrip
         close(make_file(directory + "/i2c-" + std::to_string(bus), 0));
     }
     close(make_file(directory + "/mem", kPhysicalMemory));
+    write_bus_status(directory, description);
     write_file(directory + "/board.json", text);
     if (!options.name.empty()) {
         return -1;
@@ -314,6 +319,19 @@ NewBoard create_board(const BoardDescription &description, const std::string &de
         throw;
     }
     return board;
+}
+
+void write_bus_status(const std::string &directory, const BoardDescription &description)
+{
+    const std::string path = directory + "/mem";
+    const File file = {open(path.c_str(), O_WRONLY | O_CLOEXEC)};
+    for (size_t i = 0; i < description.buses.size(); i++) {
+        const off_t at = kFirstStatus + kStatusDistance * description.buses[i];
+        const uint32_t status = description.status[i].value_or(0);
+        if (status != 0 && pwrite(file.fd, &status, sizeof(status), at) != sizeof(status)) {
+            fail(path);
+        }
+    }
 }
 
 void delete_board(const std::string &directory)

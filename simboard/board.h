@@ -36,6 +36,9 @@ std::string boards_directory();
 NewBoard create_board(const BoardDescription &description, const std::string &description_text,
                       const BoardOptions &options);
 
+// Puts the described status of the bus controllers into the board's physical memory.
+void write_bus_status(const std::string &directory, const BoardDescription &description);
+
 // Removes a board with its semaphores. Programs that still use it keep what they have mapped.
 void delete_board(const std::string &directory);
 

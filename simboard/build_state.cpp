@@ -1,12 +1,15 @@
 // Laying a described board out in memory.
 #include "simboard/build_state.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "simboard/bus_lock.h"
-#include "simboard/chip.h"
+#include "simboard/chip_kind.h"
+#include "simboard/chip_layout.h"
+#include "simboard/chip_memory.h"
 
 namespace simboard
 {
@@ -14,7 +17,6 @@ namespace simboard
 namespace
 {
 
-constexpr ChipType kTypes[] = {ChipType::pca9548, ChipType::registers, ChipType::at24c512};
 constexpr uint32_t kDefaultTimeoutMs = 1000; // an adapter's default (drivers/i2c/i2c-core-base.c)
 
 uint64_t whole_lines(uint64_t size)
@@ -24,7 +26,34 @@ uint64_t whole_lines(uint64_t size)
 
 uint64_t area_of(ChipType type)
 {
-    return whole_lines(chip_memory_size(type)) + whole_lines(chip_scratch_size(type));
+    const ChipKind &kind = chip_kind(type);
+    return whole_lines(kind.memory_size) + whole_lines(kind.scratch_size);
+}
+
+// What the description says of the chip's surroundings, as `clear_chip` puts it in its memory.
+void describe_surroundings(Chip &chip, const DeviceDescription &device)
+{
+    const ChipKind &kind = chip_kind(chip.type);
+    for (uint32_t i = 0; i < kind.stimulus_count; i++) {
+        const Stimulus &stimulus = kind.stimuli[i];
+        const auto given = device.surroundings.find(stimulus.name);
+        const int64_t value =
+            given != device.surroundings.end() ? given->second : stimulus.standard;
+        store_number(chip.described + stimulus.offset - kind.stimuli[0].offset, stimulus.size,
+                     static_cast<uint32_t>(value));
+    }
+    if (kind.has_pattern) {
+        chip.described[0] = static_cast<uint8_t>(device.pattern.size());
+        std::copy(device.pattern.begin(), device.pattern.end(), chip.described + 1);
+    }
+}
+
+void fill_pattern(uint8_t *memory, const Chip &chip)
+{
+    const uint32_t length = chip.described[0];
+    for (uint32_t i = 0; i < chip.memory_size && length > 0; i++) {
+        memory[i] = chip.described[1 + i % length];
+    }
 }
 
 void add_chip(State &state, const DeviceDescription &device, uint64_t &offset)
@@ -40,10 +69,11 @@ void add_chip(State &state, const DeviceDescription &device, uint64_t &offset)
     chip.parent =
         static_cast<uint16_t>(device.parent < 0 ? kNoParent : static_cast<uint32_t>(device.parent));
     chip.busy_after_write = device.busy_after_write ? 1 : 0;
-    chip.memory_size = chip_memory_size(chip.type);
+    chip.memory_size = chip_kind(chip.type).memory_size;
     chip.memory_offset = offset;
     chip.scratch_offset = offset + whole_lines(chip.memory_size);
     offset += area_of(chip.type);
+    describe_surroundings(chip, device);
     clear_chip(state, chip);
 
     if (bus.chip_count == 0) {
@@ -57,36 +87,25 @@ void add_chip(State &state, const DeviceDescription &device, uint64_t &offset)
 
 } // namespace
 
-ChipType chip_type(const std::string &name)
-{
-    for (const ChipType type : kTypes) {
-        if (name == chip_type_name(type)) {
-            return type;
-        }
-    }
-    return ChipType::none;
-}
-
-const char *chip_type_name(ChipType type)
-{
-    switch (type) {
-    case ChipType::pca9548:
-        return "pca9548";
-    case ChipType::registers:
-        return "registers";
-    case ChipType::at24c512:
-        return "at24c512";
-    case ChipType::none:
-        break;
-    }
-    return "none";
-}
-
 void clear_chip(State &state, Chip &chip)
 {
     chip.state = {};
+    const ChipKind &kind = chip_kind(chip.type);
+    uint8_t *const memory = memory_of(state, chip);
     if (chip.memory_size > 0) {
-        std::memset(memory_of(state, chip), chip_memory_fill(chip.type), chip.memory_size);
+        std::memset(memory, kind.fill, chip.memory_size);
+    }
+    for (uint32_t i = 0; i < kind.stimulus_count; i++) {
+        const Stimulus &stimulus = kind.stimuli[i];
+        std::memcpy(memory + stimulus.offset,
+                    chip.described + stimulus.offset - kind.stimuli[0].offset, stimulus.size);
+    }
+    if (kind.has_pattern) {
+        fill_pattern(memory, chip);
+    } else if (chip.type == ChipType::pca9535 || chip.type == ChipType::pca9554) {
+        pca953x_power_on(memory, chip.type);
+    } else if (chip.type == ChipType::tpa626) {
+        tpa626_power_on(memory);
     }
 }
 

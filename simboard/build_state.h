@@ -17,11 +17,8 @@ uint64_t state_size(const BoardDescription &description);
 // is every bus's wire time. 0, or the errno of a mutex that could not be made.
 int build_state(State &state, const BoardDescription &description, const uint32_t *bit_ns);
 
-// A chip as delivered: state 0, memory at its fill byte.
+// A chip after power-on, in the surroundings that were described.
 void clear_chip(State &state, Chip &chip);
-
-ChipType chip_type(const std::string &name);
-const char *chip_type_name(ChipType type);
 
 } // namespace simboard
 

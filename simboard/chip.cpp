@@ -1,6 +1,8 @@
 // Which model answers for which type of chip.
 #include "simboard/chip.h"
 
+#include "simboard/chip_layout.h"
+
 namespace simboard
 {
 
@@ -10,37 +12,42 @@ int chip_event(const ChipAccess &access, BusEvent event, uint8_t byte)
     case ChipType::pca9548:
         return pca9548(access, event, byte);
     case ChipType::registers:
+    case ChipType::retimer:
+    case ChipType::epld_subcard:
         return registers(access, event, byte);
     case ChipType::at24c512:
         return at24c512(access, event, byte);
+    case ChipType::pca9535:
+    case ChipType::pca9554:
+        return pca953x(access, event, byte);
+    case ChipType::tpa626:
+        return tpa626(access, event, byte);
+    case ChipType::epld_lattice:
+    case ChipType::epld_pango:
+    case ChipType::epld_anlogic_ef2:
+    case ChipType::epld_anlogic_ef3:
+        return epld(access, event, byte);
+    case ChipType::mctp:
+        return mctp(access, event, byte);
     case ChipType::none:
         break;
     }
     return kNack;
 }
 
-uint32_t chip_memory_size(ChipType type)
+void chip_settle(const ChipAccess &access)
 {
-    switch (type) {
-    case ChipType::registers:
-        return 256;
-    case ChipType::at24c512:
-        return 65536;
-    case ChipType::pca9548:
-    case ChipType::none:
+    switch (access.chip.type) {
+    case ChipType::pca9535:
+    case ChipType::pca9554:
+        pca953x_settle(access);
+        break;
+    case ChipType::tpa626:
+        tpa626_settle(access);
+        break;
+    default:
         break;
     }
-    return 0;
-}
-
-uint32_t chip_scratch_size(ChipType type)
-{
-    return type == ChipType::at24c512 ? 128 : 0; // one page
-}
-
-uint8_t chip_memory_fill(ChipType type)
-{
-    return type == ChipType::at24c512 ? 0xff : 0; // an EEPROM is delivered erased
 }
 
 } // namespace simboard

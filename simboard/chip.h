@@ -31,14 +31,16 @@ struct ChipAccess {
 int pca9548(const ChipAccess &access, BusEvent event, uint8_t byte);
 int registers(const ChipAccess &access, BusEvent event, uint8_t byte);
 int at24c512(const ChipAccess &access, BusEvent event, uint8_t byte);
+int pca953x(const ChipAccess &access, BusEvent event, uint8_t byte);
+int tpa626(const ChipAccess &access, BusEvent event, uint8_t byte);
+int epld(const ChipAccess &access, BusEvent event, uint8_t byte);
+int mctp(const ChipAccess &access, BusEvent event, uint8_t byte);
 
 // The model of the chip's type.
 int chip_event(const ChipAccess &access, BusEvent event, uint8_t byte);
 
-// Sizes of a chip's memory and scratch area, and what a byte of memory holds when new.
-uint32_t chip_memory_size(ChipType type);
-uint32_t chip_scratch_size(ChipType type);
-uint8_t chip_memory_fill(ChipType type);
+// Registers that follow the chip's surroundings, brought up to date. With the bus held.
+void chip_settle(const ChipAccess &access);
 
 } // namespace simboard
 

@@ -1,4 +1,5 @@
-// A register device: 256 bytes behind a register pointer that moves on with every byte and wraps.
+// A register device, a retimer or a subcard's EPLD: 256 bytes behind a register pointer that moves
+// on with every byte and wraps.
 // An SMBus block write leaves its count in the register of its command, so a block read finds it
 // there.
 #include "simboard/bus_lock.h"

@@ -12,20 +12,16 @@
 #include <optional>
 #include <set>
 
+#include "simboard/chip_kind.h"
 #include "simboard/description_check.h"
 #include "simboard/description_keys.h"
+#include "simboard/description_reader.h"
 
 namespace simboard
 {
 
 namespace
 {
-
-struct Reader {
-    const std::string &text;
-    std::vector<DescriptionError> &errors;
-    BoardDescription board;
-};
 
 // Where a device list stands: what its devices have in common.
 struct Segment {
@@ -34,31 +30,9 @@ struct Segment {
     uint32_t channel = 0;
 };
 
-unsigned line_of(const Reader &reader, const Json::Value &value)
-{
-    const auto start = reader.text.begin();
-    return 1 + static_cast<unsigned>(std::count(start, start + value.getOffsetStart(), '\n'));
-}
-
 unsigned line_of_member(const Reader &reader, const Json::Value &object, const char *key)
 {
     return line_of(reader, object.isMember(key) ? object[key] : object);
-}
-
-void complain(Reader &reader, const Json::Value &value, const std::string &key,
-              const std::string &message)
-{
-    reader.errors.push_back({line_of(reader, value), key, message});
-}
-
-std::string join(const std::string &path, const std::string &key)
-{
-    return path.empty() ? key : path + "." + key;
-}
-
-std::string join(const std::string &path, Json::ArrayIndex index)
-{
-    return path + "[" + std::to_string(index) + "]";
 }
 
 // False, with a complaint, when `value` is no object. Keys not `known` are complained about each.
@@ -88,25 +62,6 @@ const Json::Value *require(Reader &reader, const Json::Value &object, const std:
     return &object[key];
 }
 
-std::optional<uint64_t> parse_number(const Json::Value &value)
-{
-    if (value.type() == Json::intValue || value.type() == Json::uintValue) {
-        return value.isUInt64() ? std::optional(value.asUInt64()) : std::nullopt;
-    }
-    if (!value.isString()) {
-        return std::nullopt;
-    }
-    const std::string text = value.asString();
-    const bool hex = text.compare(0, 2, "0x") == 0;
-    const std::string digits = hex ? text.substr(2) : text;
-    const char *const allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
-    if (digits.empty() || digits.size() > 9 ||
-        digits.find_first_not_of(allowed) != std::string::npos) {
-        return std::nullopt;
-    }
-    return std::stoull(digits, nullptr, hex ? 16 : 10);
-}
-
 std::optional<uint32_t> read_number(Reader &reader, const Json::Value &object,
                                     const std::string &path, const char *key, uint32_t low,
                                     uint32_t high, const char *range)
@@ -115,7 +70,7 @@ std::optional<uint32_t> read_number(Reader &reader, const Json::Value &object,
     if (value == nullptr) {
         return std::nullopt;
     }
-    const std::optional<uint64_t> number = parse_number(*value);
+    const std::optional<int64_t> number = parse_number(*value);
     if (!number || *number < low || *number > high) {
         complain(reader, *value, join(path, key), std::string("must be a number from ") + range);
         return std::nullopt;
@@ -173,31 +128,10 @@ void read_channels(Reader &reader, const Json::Value &device, const std::string 
     }
 }
 
-void read_options(Reader &reader, const Json::Value &value, const std::string &path,
-                  DeviceDescription &device)
-{
-    if (value.isMember("channels") && device.type != "pca9548" && !device.type.empty()) {
-        complain(reader, value["channels"], join(path, "channels"), "only a pca9548 has channels");
-    }
-    if (!value.isMember("busy_after_write")) {
-        return;
-    }
-    const Json::Value &busy = value["busy_after_write"];
-    const std::string key = join(path, "busy_after_write");
-    if (device.type != "at24c512" && !device.type.empty()) {
-        complain(reader, busy, key, "only an at24c512 is busy after a write");
-    } else if (!busy.isBool()) {
-        complain(reader, busy, key, "must be true or false");
-    } else {
-        device.busy_after_write = busy.asBool();
-    }
-}
-
 void read_device(Reader &reader, const Json::Value &value, const std::string &path,
                  const Segment &segment)
 {
-    static const std::set<std::string> known = {"name", "type", "address", "channels",
-                                                "busy_after_write"};
+    static const std::set<std::string> known = device_keys();
     if (!check_object(reader, value, path, known)) {
         return;
     }
@@ -209,8 +143,7 @@ void read_device(Reader &reader, const Json::Value &value, const std::string &pa
     }
     device.type = read_text(reader, value, path, "type");
     if (!device.type.empty() && !is_device_type(device.type)) {
-        complain(reader, value["type"], join(path, "type"),
-                 "must be \"pca9548\", \"registers\" or \"at24c512\"");
+        complain(reader, value["type"], join(path, "type"), "must be " + list_chip_types());
         device.type.clear();
     }
     const auto address =
@@ -247,7 +180,7 @@ void read_devices(Reader &reader, const Json::Value &list, const std::string &pa
 void read_bus(Reader &reader, const Json::Value &value, const std::string &path,
               uint32_t board_bit_ns)
 {
-    if (!check_object(reader, value, path, {"bus", "speed", "devices"})) {
+    if (!check_object(reader, value, path, {"bus", "speed", "status", "devices"})) {
         return;
     }
     const auto number = read_number(reader, value, path, "bus", 0, 15, "0 to 15");
@@ -261,6 +194,10 @@ void read_bus(Reader &reader, const Json::Value &value, const std::string &path,
     // the same.
     const uint32_t stand_in = UINT32_MAX - static_cast<uint32_t>(buses.size());
     reader.board.buses.push_back(number.value_or(stand_in));
+    reader.board.status.push_back(
+        value.isMember("status")
+            ? read_number(reader, value, path, "status", 0, UINT32_MAX, "0 to 0xffffffff")
+            : std::nullopt);
     if (value.isMember("devices")) {
         read_devices(reader, value["devices"], join(path, "devices"), {buses.back(), -1, 0});
     }

@@ -3,6 +3,8 @@
 #define SIMBOARD_DESCRIPTION_H
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,13 +13,16 @@ namespace simboard
 
 struct DeviceDescription {
     std::string name;     // unique on the board
-    std::string type;     // "pca9548", "registers", "at24c512"
+    std::string type;     // the name of a ChipKind
     uint32_t bus = 0;     // 0 to 15
     uint16_t address = 0; // 7-bit address, 0x08 to 0x77
     int parent = -1;      // index of the switch it sits behind, -1 when it sits on the bus itself
     uint32_t channel = 0; // channel of that switch, 0 to 7
     bool busy_after_write = true; // at24c512: not acknowledging during the write cycle
-    unsigned line = 0;            // where the file describes it
+    std::map<std::string, int64_t> surroundings; // by name, as far as described (Stimulus)
+    std::vector<uint8_t> pattern;                // what the memory is filled with, repeated
+    std::vector<std::string> pins; // of an expander, from pin 0 on; "" for one without a name
+    unsigned line = 0;             // where the file describes it
 };
 
 struct BoardDescription {
@@ -25,7 +30,8 @@ struct BoardDescription {
     std::vector<uint32_t> buses;
     std::vector<uint32_t>
         bit_ns; // of each of the buses: time of one bit on the wire, 0 for instant
-    std::vector<DeviceDescription> devices; // a switch stands before everything behind it
+    std::vector<std::optional<uint32_t>> status; // of each of the buses: its controller's register
+    std::vector<DeviceDescription> devices;      // a switch stands before everything behind it
 };
 
 struct DescriptionError {

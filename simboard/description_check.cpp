@@ -4,6 +4,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include "simboard/chip_kind.h"
+
 namespace simboard
 {
 
@@ -84,7 +86,7 @@ bool is_device_name(const std::string &name)
 
 bool is_device_type(const std::string &type)
 {
-    return type == "pca9548" || type == "registers" || type == "at24c512";
+    return chip_type(type) != ChipType::none;
 }
 
 void check_new_device(const BoardDescription &board, const DevicePlace &place,

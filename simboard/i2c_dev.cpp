@@ -20,13 +20,6 @@ constexpr unsigned long kFunctions =
     I2C_FUNC_I2C | I2C_FUNC_10BIT_ADDR | I2C_FUNC_PROTOCOL_MANGLING | I2C_FUNC_NOSTART |
     I2C_FUNC_SMBUS_EMUL | I2C_FUNC_SMBUS_READ_BLOCK_DATA | I2C_FUNC_SMBUS_BLOCK_PROC_CALL;
 
-// The kernel refuses any address it cannot reach; here that is noticed for null pointers and
-// offsets from them.
-bool is_bad(const void *pointer)
-{
-    return reinterpret_cast<uintptr_t>(pointer) < 4096;
-}
-
 // Message bytes are copied in before the bus is taken and copied out after success, as the kernel
 // does. So a failed transfer leaves the caller's buffers alone, and a bad pointer strikes while
 // nothing is held.

@@ -3,7 +3,6 @@
 //
 // Everything that is not a board's goes on to the next definition of the call, after one
 // comparison. Without QELI2C_SIM nothing is a board's.
-#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -17,10 +16,8 @@
 #include "simboard/descriptor.h"
 #include "simboard/i2c_dev.h"
 #include "simboard/judge.h"
-
-// Headers give several of these names attributes and aliases of their own, so they are defined by
-// symbol.
-#define SHIM(symbol) __asm__(symbol) __attribute__((visibility("default")))
+#include "simboard/open_devices.h"
+#include "simboard/shim.h"
 
 namespace simboard
 {
@@ -35,25 +32,6 @@ using FcntlCall = int (*)(int, int, ...);
 using FlockCall = int (*)(int, int);
 using LockfCall = int (*)(int, int, off_t);
 using SemgetCall = int (*)(key_t, int, int);
-
-// The next definition of a libc name, looked up once. Threads that look it up together find the
-// same.
-template <typename Call>
-Call next_call(std::atomic<void *> &cache, const char *name)
-{
-    void *call = cache.load(std::memory_order_acquire);
-    if (call == nullptr) {
-        call = dlsym(RTLD_NEXT, name);
-        cache.store(call, std::memory_order_release);
-    }
-    return reinterpret_cast<Call>(call);
-}
-
-#define NEXT(type, name)                                                                           \
-    ([] {                                                                                          \
-        static std::atomic<void *> cache;                                                          \
-        return next_call<type>(cache, name);                                                       \
-    }())
 
 enum class Place { elsewhere, nowhere, bus, memory };
 
@@ -114,6 +92,7 @@ int open_bus(const Attachment &board, unsigned bus, int flags)
         errno = saved;
         return -1;
     }
+    mark_device(fd);
     return fd;
 }
 
@@ -228,7 +207,11 @@ int control_file(FcntlCall next, int fd, int command, void *argument)
                                command, argument);
         }
     }
-    return next(fd, command, argument);
+    const int result = next(fd, command, argument);
+    if ((command == F_DUPFD || command == F_DUPFD_CLOEXEC) && result >= 0 && may_be_device(fd)) {
+        mark_device(result);
+    }
+    return result;
 }
 
 int request(IoctlCall next, int fd, unsigned long number, void *argument)
@@ -242,6 +225,7 @@ int request(IoctlCall next, int fd, unsigned long number, void *argument)
     if (board == nullptr) {
         return next(fd, number, argument);
     }
+    mark_device(fd); // it may have come from another process
     const int saved = errno;
     const long result = device_request(*board->state, fd, descriptor, low, argument);
     errno = result < 0 ? static_cast<int>(-result) : saved;

@@ -18,7 +18,7 @@ namespace simboard
 {
 
 constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
-constexpr uint32_t kStateVersion = 1;
+constexpr uint32_t kStateVersion = 2;
 
 constexpr uint32_t kBuses = 16;
 constexpr uint32_t kChips = 1024;
@@ -26,6 +26,7 @@ constexpr uint32_t kChipsPerBus = 128;
 constexpr uint32_t kProcesses = 256;
 constexpr uint32_t kNoParent = 0xffff;
 constexpr size_t kNameSize = 64;
+constexpr size_t kDescribedSize = 32;
 
 // The limits of i2c-dev (linux/i2c-dev.h and drivers/i2c/i2c-dev.c).
 constexpr uint32_t kMaxMessages = 42;
@@ -44,7 +45,22 @@ constexpr uint32_t kMaxRecordSlots = 64;
 // index.
 constexpr uint32_t kSemaphoreKeys = 17;
 
-enum class ChipType : uint8_t { none, pca9548, registers, at24c512 };
+enum class ChipType : uint8_t {
+    none,
+    pca9548,
+    registers,
+    at24c512,
+    pca9535,
+    pca9554,
+    tpa626,
+    retimer,
+    epld_lattice,
+    epld_pango,
+    epld_anlogic_ef2,
+    epld_anlogic_ef3,
+    epld_subcard,
+    mctp,
+};
 
 struct Task {
     int32_t pid;
@@ -63,6 +79,10 @@ struct alignas(kLineSize) ChipState {
     uint8_t has_pending;
     uint8_t touched;  // took part in the present transfer
     uint8_t latching; // at24c512: data bytes wait for STOP
+    uint8_t command;  // EPLDs: opcode of the present command
+    uint8_t mode;     // EPLDs: of the configuration port
+    uint8_t flash_command;
+    uint8_t flash_status;
 };
 static_assert(sizeof(ChipState) == kLineSize);
 
@@ -76,8 +96,9 @@ struct Chip {
     uint16_t parent; // index of the switch it sits behind, kNoParent on the bus itself
     uint8_t busy_after_write;
     uint32_t memory_size;
-    uint64_t memory_offset;  // from the start of the state; journalled by line
-    uint64_t scratch_offset; // bytes that mean nothing after a transfer, not journalled
+    uint64_t memory_offset;            // from the start of the state; journalled by line
+    uint64_t scratch_offset;           // bytes that mean nothing after a transfer, not journalled
+    uint8_t described[kDescribedSize]; // surroundings at the start, or the pattern with its length
 
     ChipState state;
 };

@@ -94,14 +94,13 @@ std::string reference_board()
 
 Board::Board(const std::string &description, const std::string &speed)
 {
-    BoardDescription described;
-    const std::string text = read_description(description, described);
+    const std::string text = read_description(description, description_);
     BoardOptions options;
     options.has_speed = true;
     if (!parse_speed(speed, options.bit_ns)) {
         throw std::runtime_error("\"" + speed + "\" is no speed");
     }
-    const NewBoard made = create_board(described, text, options);
+    const NewBoard made = create_board(description_, text, options);
     directory_ = made.directory;
     owner_fd_ = made.owner_fd;
     view_ = open_board(directory_);
@@ -137,6 +136,23 @@ void Board::poke(const std::string &device, uint32_t offset, const std::vector<u
     simboard::poke(view_, find_chip(view_, device), offset, bytes);
 }
 
+int64_t Board::stimulus(const std::string &device, const std::string &name)
+{
+    return read_stimulus(view_, find_chip(view_, device), name);
+}
+
+void Board::set_stimulus(const std::string &device, const std::string &name, int64_t value)
+{
+    write_stimulus(view_, find_chip(view_, device), name, value);
+}
+
+void Board::set_pin(const std::string &device, uint32_t pin, bool level)
+{
+    const int64_t bit = int64_t{1} << pin;
+    const int64_t inputs = stimulus(device, "inputs");
+    set_stimulus(device, "inputs", level ? inputs | bit : inputs & ~bit);
+}
+
 void Board::reset()
 {
     reset_board(view_);
@@ -146,6 +162,7 @@ void Board::reset()
     if (status < 0) {
         throw std::runtime_error(directory_ + "/mem: " + std::strerror(errno));
     }
+    write_bus_status(directory_, description_);
 }
 
 Counters Board::totals()

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "simboard/description.h"
 #include "simboard/view.h"
 
 namespace simboard::testing
@@ -41,6 +42,7 @@ public:
     Board &operator=(const Board &) = delete;
 
     const std::string &directory() const { return directory_; }
+    const BoardDescription &description() const { return description_; }
     BoardView &view() { return view_; }
 
     // Registers, EEPROM bytes, or a switch's control register (offset 0), without traffic. A poke
@@ -49,8 +51,14 @@ public:
     uint8_t peek(const std::string &device, uint32_t offset = 0);
     void poke(const std::string &device, uint32_t offset, const std::vector<uint8_t> &bytes);
 
-    // The board as it was described: registers 0, EEPROMs 0xff, channels closed, counters 0, trace
-    // empty, the access-owner table 0. Descriptors stay valid.
+    // What surrounds a device, by its name as in the description (read_stimulus, write_stimulus).
+    int64_t stimulus(const std::string &device, const std::string &name);
+    void set_stimulus(const std::string &device, const std::string &name, int64_t value);
+    // The level that stands at an expander's pin from outside.
+    void set_pin(const std::string &device, uint32_t pin, bool level);
+
+    // The board as it was described: chips after power-on, EEPROMs 0xff, channels closed, counters
+    // 0, trace empty, the access-owner table 0. Descriptors stay valid.
     void reset();
 
     Counters totals();             // of all processes on all buses
@@ -72,6 +80,7 @@ public:
 
 private:
     std::string directory_;
+    BoardDescription description_;
     int owner_fd_ = -1;
     BoardView view_;
     std::string former_sim_;

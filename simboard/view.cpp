@@ -8,6 +8,7 @@
 #include "simboard/attach.h"
 #include "simboard/build_state.h"
 #include "simboard/bus_lock.h"
+#include "simboard/chip.h"
 
 namespace simboard
 {
@@ -148,8 +149,11 @@ Chip &find_chip(const BoardView &view, const std::string &name)
 std::vector<uint8_t> peek(const BoardView &view, const Chip &chip, uint32_t offset, uint32_t count)
 {
     State &state = *view.state;
-    const BusGuard guard(state, state.buses[chip.bus]);
-    const uint8_t *const bytes = bytes_of(state, const_cast<Chip &>(chip), offset, count);
+    Bus &bus = state.buses[chip.bus];
+    Chip &present = const_cast<Chip &>(chip);
+    const BusGuard guard(state, bus);
+    const uint8_t *const bytes = bytes_of(state, present, offset, count);
+    chip_settle({state, bus, present, 0});
     return {bytes, bytes + count};
 }
 
@@ -161,6 +165,7 @@ void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<
     uint8_t *const to = bytes_of(state, chip, offset, bytes.size());
     preserve(state, bus, to, bytes.size());
     std::copy(bytes.begin(), bytes.end(), to);
+    chip_settle({state, bus, chip, 0});
     if (chip.type == ChipType::pca9548) {
         chip.state.opener = {};
     }

@@ -62,6 +62,14 @@ Chip &find_chip(const BoardView &view, const std::string &name);
 std::vector<uint8_t> peek(const BoardView &view, const Chip &chip, uint32_t offset, uint32_t count);
 void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<uint8_t> &bytes);
 
+// What surrounds a chip, by its name as in the description: "voltage_mv", "inputs", "id" and so on
+// (chip_kind.h). A std::runtime_error when the chip has none of that name, or for a value beyond
+// its range. A program on the bus finds the change with its next transfer.
+int64_t read_stimulus(const BoardView &view, const Chip &chip, const std::string &name);
+void write_stimulus(const BoardView &view, Chip &chip, const std::string &name, int64_t value);
+// Names of the chip's stimuli.
+std::vector<std::string> list_stimuli(const Chip &chip);
+
 // Processes that made transfers, in the order they first did.
 std::vector<ProcessCounters> read_counters(const BoardView &view);
 // What must never happen and did, one line each with `prefix`; empty when all is well.
