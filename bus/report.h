@@ -1,7 +1,8 @@
 // The forms in which all modules write log lines and report failed argument checks.
 //
 // A module names itself once, as `log_tag`, before it uses any of these; the tag and the line of
-// the call begin each of its lines.
+// the call begin each of its lines. The platform's logging calls keep errno; its other calls, the
+// text of an errno included, need not.
 #ifndef QELI2C_BUS_REPORT_H
 #define QELI2C_BUS_REPORT_H
 
@@ -19,8 +20,7 @@
     IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, log_tag, __LINE__, __VA_ARGS__)
 #define QEL_RUNTIME_TEXT(text) IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" text, log_tag, __LINE__)
 
-// The same for a format whose last two values are errno and its text. errno is what it was
-// afterwards.
+// The same for a format whose last two values are errno and its text.
 #define QEL_ERROR_ERRNO(level, format, ...)                                                        \
     do {                                                                                           \
         const int error_ = errno;                                                                  \
@@ -34,19 +34,28 @@
         errno = error_;                                                                            \
     } while (0)
 
-// A line at 180 that names the reporting function or step: an error, or with the plain prefix a
-// success.
+// A line at 180 that names the reporting function or step: as an error, or plainly.
 #define QEL_AUDIT(function, format, ...)                                                           \
     IDBG_LINUXAPP_AuditOut(180, "[err:%s:%d]" format, function, __LINE__, __VA_ARGS__)
 #define QEL_AUDIT_TEXT(function, text)                                                             \
     IDBG_LINUXAPP_AuditOut(180, "[err:%s:%d]" text, function, __LINE__)
-#define QEL_AUDIT_SUCCESS(function, format, ...)                                                   \
+#define QEL_AUDIT_PLAIN(function, format, ...)                                                     \
     IDBG_LINUXAPP_AuditOut(180, "[%s:%d]" format, function, __LINE__, __VA_ARGS__)
-#define QEL_AUDIT_SUCCESS_TEXT(function, text)                                                     \
+#define QEL_AUDIT_PLAIN_TEXT(function, text)                                                       \
     IDBG_LINUXAPP_AuditOut(180, "[%s:%d]" text, function, __LINE__)
 
-// Reports a null argument of the function and returns `result` from it.
-#define QEL_REQUIRE(function, argument, result)                                                    \
+// Text on standard output.
+#define QEL_PRINT(...)                                                                             \
+    do {                                                                                           \
+        const int error_ = errno;                                                                  \
+        (void)qel_printf_s(__VA_ARGS__);                                                           \
+        errno = error_;                                                                            \
+    } while (0)
+
+// Reports a null argument and returns `result`; in the name of the function it stands in, or of
+// another one.
+#define QEL_REQUIRE(argument, result) QEL_REQUIRE_AS(__func__, argument, result)
+#define QEL_REQUIRE_AS(function, argument, result)                                                 \
     do {                                                                                           \
         if ((argument) == nullptr) {                                                               \
             qel_report_null(log_tag, __LINE__, function, "assertion failed: " #argument " != 0");  \

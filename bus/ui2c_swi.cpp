@@ -11,7 +11,7 @@ constexpr uint32_t highest_channel = 7;
 
 int32_t ui2c_swi_select(ui2c_switch *swi, uint32_t channel)
 {
-    QEL_REQUIRE("pca9548_select", swi, -1);
+    QEL_REQUIRE_AS("pca9548_select", swi, -1);
     if (channel > highest_channel)
         return QELI2C_NO_DEVICE_FILE;
     return ui2c_raw_write_byte(swi->adapter, swi->addr, static_cast<uint8_t>(1U << channel));
@@ -19,13 +19,13 @@ int32_t ui2c_swi_select(ui2c_switch *swi, uint32_t channel)
 
 int32_t ui2c_swi_deselect(ui2c_switch *swi, uint32_t /*channel*/)
 {
-    QEL_REQUIRE("pca9548_deselect", swi, -1);
+    QEL_REQUIRE_AS("pca9548_deselect", swi, -1);
     return ui2c_raw_write_byte(swi->adapter, swi->addr, 0);
 }
 
 int32_t ui2c_swi_status(ui2c_switch *swi, uint8_t *val)
 {
-    QEL_REQUIRE("ui2c_swi_status", swi, -1);
-    QEL_REQUIRE("ui2c_swi_status", val, -1);
+    QEL_REQUIRE(swi, -1);
+    QEL_REQUIRE(val, -1);
     return ui2c_raw_read_byte(swi->adapter, swi->addr, val);
 }

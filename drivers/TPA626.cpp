@@ -30,7 +30,7 @@ uint16_t swapped(uint16_t word)
 int32_t TPA626InfoRead(const ei2c_client *client, uint32_t dwType, uint8_t ucCalibSel,
                        float *pfOutReadValue)
 {
-    QEL_REQUIRE("TPA626InfoRead", client, -1);
+    QEL_REQUIRE(client, -1);
     *pfOutReadValue = 0.0F;
     uint16_t word = 0;
     if (dwType != read_power) {
@@ -75,30 +75,30 @@ int32_t read_described(const tpa626_info &info, uint8_t command, float coefficie
 
 int32_t TPA626_GetPower(const ei2c_client *i2c_client, uint8_t ucCalibSel, float *pfOutReadValue)
 {
-    QEL_REQUIRE("TPA626_GetPower", i2c_client, -1);
-    QEL_REQUIRE("TPA626_GetPower", pfOutReadValue, -1);
+    QEL_REQUIRE(i2c_client, -1);
+    QEL_REQUIRE(pfOutReadValue, -1);
     return read_preset(i2c_client, read_power, ucCalibSel, pfOutReadValue);
 }
 
 int32_t TPA626_GetVolt(const ei2c_client *i2c_client, float *pfOutReadValue)
 {
-    QEL_REQUIRE("TPA626_GetVolt", i2c_client, -1);
-    QEL_REQUIRE("TPA626_GetVolt", pfOutReadValue, -1);
+    QEL_REQUIRE(i2c_client, -1);
+    QEL_REQUIRE(pfOutReadValue, -1);
     return read_preset(i2c_client, read_voltage, 0, pfOutReadValue);
 }
 
 int32_t TPA626_GetPowerByInfo(const tpa626_info *info, float *pfOutReadValue)
 {
-    QEL_REQUIRE("TPA626_GetPowerByInfo", info, -1);
-    QEL_REQUIRE("TPA626_GetPowerByInfo", pfOutReadValue, -1);
+    QEL_REQUIRE(info, -1);
+    QEL_REQUIRE(pfOutReadValue, -1);
     return read_described(*info, power_register, info->fPowerCoef1, info->fPowerCoef2,
                           pfOutReadValue);
 }
 
 int32_t TPA626_GetVoltByInfo(const tpa626_info *info, float *pfOutReadValue)
 {
-    QEL_REQUIRE("TPA626_GetVoltByInfo", info, -1);
-    QEL_REQUIRE("TPA626_GetVoltByInfo", pfOutReadValue, -1);
+    QEL_REQUIRE(info, -1);
+    QEL_REQUIRE(pfOutReadValue, -1);
     return read_described(*info, bus_voltage_register, info->fVoltCoef1, info->fVoltCoef2,
                           pfOutReadValue);
 }

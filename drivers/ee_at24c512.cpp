@@ -2,9 +2,9 @@
 // pages, and one semaphore that keeps whole operations of all processes apart.
 #include <algorithm>
 
-#include "bus/first_use.h"
+#include "bus/message_bytes.h"
+#include "bus/process_locks.h"
 #include "bus/report.h"
-#include "bus/wire.h"
 #include "qeli2c.h"
 
 namespace
@@ -35,7 +35,7 @@ int32_t whole_operation(const ei2c_client *eclient, int32_t offset, Byte *data, 
                         PageCall page_call)
 {
     if (ee_lock_eeprom() < 0) {
-        (void)qel_printf_s("lock eeprom failed\n");
+        QEL_PRINT("lock eeprom failed\n");
         return 0;
     }
     int32_t total = 0;
@@ -53,12 +53,12 @@ int32_t whole_operation(const ei2c_client *eclient, int32_t offset, Byte *data, 
     }
     const int error = errno;
     if (ee_unlock_eeprom() < 0)
-        (void)qel_printf_s("unlock eeprom failed\n");
+        QEL_PRINT("unlock eeprom failed\n");
     errno = error;
     return total;
 }
 
-void pause(uint32_t microseconds)
+void pause_keeping_errno(uint32_t microseconds)
 {
     const int error = errno;
     select_sleep(0, microseconds);
@@ -70,12 +70,12 @@ void pause(uint32_t microseconds)
 int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data,
                              int32_t len)
 {
-    QEL_REQUIRE("ee_eeprom_page_write", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     const int32_t count = chunk_length(offset, len);
     if (count < 0)
         return -1;
     if (count != 0)
-        QEL_REQUIRE("ee_eeprom_page_write", data, -1);
+        QEL_REQUIRE(data, -1);
     uint8_t sent[address_bytes + page_size] = {};
     put_big_endian(sent, address_bytes, static_cast<uint32_t>(offset));
     if (count != 0)
@@ -83,24 +83,24 @@ int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const u
     i2c_msg message = {eclient->addr, 0,
                        static_cast<uint16_t>(address_bytes + static_cast<uint32_t>(count)), sent};
     const int32_t ret = ei2c_rdwr_xfer(eclient, &message, 1);
-    pause(write_pause_us);
+    pause_keeping_errno(write_pause_us);
     return ret == 1 ? count : ret;
 }
 
 int32_t ee_eeprom_page_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len)
 {
-    QEL_REQUIRE("ee_eeprom_page_read", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     const int32_t count = chunk_length(offset, len);
     if (count < 0)
         return -1;
     if (count != 0)
-        QEL_REQUIRE("ee_eeprom_page_read", data, -1);
+        QEL_REQUIRE(data, -1);
     uint8_t address[address_bytes] = {};
     put_big_endian(address, address_bytes, static_cast<uint32_t>(offset));
     i2c_msg messages[2] = {{eclient->addr, 0, address_bytes, address},
                            {eclient->addr, I2C_M_RD, static_cast<uint16_t>(count), data}};
     const int32_t ret = ei2c_rdwr_xfer(eclient, messages, 2);
-    pause(read_pause_us);
+    pause_keeping_errno(read_pause_us);
     return ret == 2 ? count : ret;
 }
 
@@ -118,8 +118,7 @@ int32_t ee_eeprom_semid(void)
 {
     const int32_t semid = create_once(cached_semid, [] { return OAL_SemCreate(semaphore_key); });
     if (semid < 0)
-        (void)qel_printf_s("line: %d, func: %s(), ipc sem creat fail\n", __LINE__,
-                           "ee_eeprom_semid");
+        QEL_PRINT("line: %d, func: %s(), ipc sem creat fail\n", __LINE__, "ee_eeprom_semid");
     return semid;
 }
 
@@ -136,7 +135,7 @@ int32_t ee_unlock_eeprom(void)
     return OAL_SemUnLockBySemId(ee_eeprom_semid(), wait_without_limit);
 }
 
-// The names that belong to the library.
+// The second names.
 extern "C" int32_t ei2c_eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *buf,
                                     int32_t len) __attribute__((alias("eeprom_read")));
 extern "C" int32_t ei2c_eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *buf,

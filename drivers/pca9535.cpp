@@ -30,7 +30,7 @@ int32_t pca9535_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_
 {
     uint16_t word = 0;
     const int32_t ret = ei2c_smbus_read_word_data(eclient, input_port, &word);
-    QEL_REQUIRE("pca9535_gpio_get_value", val, -1);
+    QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;
     *val = (word & Pca9535::bit(pin)) != 0 ? 1 : 0;
@@ -57,7 +57,7 @@ int32_t pca9535_gpio_word_get_value(const ei2c_client *eclient, uint16_t mask, u
 {
     uint16_t word = 0;
     const int32_t ret = ei2c_smbus_read_word_data(eclient, input_port, &word);
-    QEL_REQUIRE("pca9535_gpio_word_get_value", val, -1);
+    QEL_REQUIRE(val, -1);
     if (ret < 0)
         return ret;
     *val = word & mask;
@@ -71,8 +71,8 @@ int32_t pca9535_gpio_word_set_value(const ei2c_client *eclient, uint16_t mask, u
 
 int32_t pca9535_gpio_word_get_output_value(const ei2c_client *client, uint16_t mask, uint32_t *val)
 {
-    QEL_REQUIRE("pca9535_gpio_word_get_output_value", client, -1);
-    QEL_REQUIRE("pca9535_gpio_word_get_output_value", val, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(val, -1);
     uint16_t word = 0;
     const int32_t ret = ei2c_smbus_read_word_data(client, output_port, &word);
     if (ret < 0)
@@ -81,7 +81,7 @@ int32_t pca9535_gpio_word_get_output_value(const ei2c_client *client, uint16_t m
     return ret;
 }
 
-// The shorthands that are second names.
+// The second names, among the shorthands.
 extern "C" int32_t ei2c_pca9535_set_word_value(const ei2c_client *eclient, uint16_t mask,
                                                uint16_t value)
     __attribute__((alias("pca9535_gpio_word_set_value")));

@@ -29,7 +29,7 @@ int32_t pca9554_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_
 {
     uint8_t byte = 0;
     const int32_t ret = ei2c_smbus_read_byte_data(eclient, input_port, &byte);
-    QEL_REQUIRE("pca9554_gpio_get_value", val, -1);
+    QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;
     *val = (byte & Pca9554::bit(pin)) != 0 ? 1 : 0;
@@ -55,7 +55,7 @@ int32_t pca9554_gpio_byte_get_value(const ei2c_client *eclient, uint8_t mask, ui
 {
     uint8_t byte = 0;
     const int32_t ret = ei2c_smbus_read_byte_data(eclient, input_port, &byte);
-    QEL_REQUIRE("pca9554_gpio_byte_get_value", val, -1);
+    QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;
     *val = byte & mask;

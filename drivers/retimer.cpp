@@ -2,8 +2,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "bus/message_bytes.h"
 #include "bus/report.h"
-#include "bus/wire.h"
+
 #include "qeli2c.h"
 
 namespace
@@ -51,17 +52,14 @@ int32_t front_call_failed(const char *function, const ei2c_client &client, uint3
 int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
                                   const uint8_t *pucData)
 {
-    QEL_REQUIRE("Retimer_I2CWriteBlockData", client, -1);
-    QEL_REQUIRE("Retimer_I2CWriteBlockData", pucData, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(pucData, -1);
     int32_t ret = -1;
-    if (dwDataLen <= longest_message) {
-        auto *sent = static_cast<uint8_t *>(malloc(std::max(dwDataLen, 1U)));
-        if (sent != nullptr) {
-            (void)qel_memcpy_s(sent, dwDataLen, pucData, dwDataLen);
-            i2c_msg message = {client->addr, 0, static_cast<uint16_t>(dwDataLen), sent};
-            ret = ei2c_rdwr_xfer(client, &message, 1);
-            free(sent);
-        }
+    MessageBytes sent;
+    if (dwDataLen <= longest_message && lay_out(sent, 0, 0, 0, pucData, dwDataLen)) {
+        i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
+        ret = ei2c_rdwr_xfer(client, &message, 1);
+        free_keeping_errno(sent.bytes);
     }
     if (ret >= 0)
         return 0;
@@ -74,8 +72,8 @@ int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
 int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr,
                                  uint32_t dwDataLen, uint8_t *pucReaddata)
 {
-    QEL_REQUIRE("Retimer_I2CReadBlockData", client, -1);
-    QEL_REQUIRE("Retimer_I2CReadBlockData", pucReaddata, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(pucReaddata, -1);
     auto *reg = static_cast<uint8_t *>(malloc(1));
     if (reg == nullptr) {
         QEL_AUDIT("Retimer_I2CReadBlockData", "malloc failed buflen %x\n", 1U);
@@ -103,8 +101,8 @@ int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr
         QEL_AUDIT_TEXT("Retimer_I2CReadBlockData", "Read data failed!\n");
     else if (handed_out != 0)
         (void)qel_memcpy_s(pucReaddata, handed_out, scratch, handed_out);
-    free(scratch);
-    free(reg);
+    free_keeping_errno(scratch);
+    free_keeping_errno(reg);
     return ret < 0 ? read_failed(*client, ucOffsetAddr) : 0;
 }
 

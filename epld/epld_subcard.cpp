@@ -17,8 +17,8 @@ card_epld table[1] = {};
 
 int32_t epld_card_epld_read(const ei2c_client *client, uint8_t ucReg, uint8_t *buf, uint16_t wLen)
 {
-    QEL_REQUIRE("epld_card_epld_read", client, -1);
-    QEL_REQUIRE("epld_card_epld_read", buf, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(buf, -1);
     i2c_msg messages[2] = {{client->addr, 0, 1, &ucReg}, {client->addr, I2C_M_RD, wLen, buf}};
     return ei2c_rdwr_xfer(client, messages, 2) == 2 ? 0 : -1;
 }

@@ -20,18 +20,27 @@
  * `EAGAIN` arbitration lost, `ETIMEDOUT`, `EBUSY` a kernel driver owns the address, `EBADMSG` wrong
  * packet error code, `EPROTO` wrong block count (see Documentation/i2c/fault-codes.rst of the Linux
  * kernel).
- * - **Null arguments** are reported through the platform's assertion service and give -1; nothing
- * is transferred.
+ * - **Null arguments** are reported through the platform's assertion service and give -1. They are
+ *   found before anything is transferred, but for those that only receive what was read: the levels
+ *   of the expander reads and the blocks of the SMBus reads are missed after the transfer. The
+ * bridge calls and the EPLD identification write an error line instead; the two retimer calls by
+ * record say nothing.
  * - **Threads and processes.** Every call may be used by any number of threads of any number of
- * processes at once. A *locked* call holds the bus for its whole length, all its tries included,
- * and waits without limit while another thread or process holds it. Calls that say "takes no lock"
- * need a caller who holds the bus.
+ *   processes at once, except ui2c_to_adapter() and ui2c_to_switch(). A *locked* call holds the bus
+ *   for its whole length, all its tries included, and waits without limit while another thread or
+ *   process holds it. Transfers and switch calls that say "takes no lock" need a caller who holds
+ *   the bus.
  * - **Duration.** Each kernel request is preceded by a wait of at most one second for the device
  * file. A locked call tries at most four times without a pause. Only buses 0 to 15 can be locked.
  * - **Memory.** Records handed out belong to the library and stay valid until the process ends.
  * SMBus calls allocate nothing. The library starts no thread and has no configuration.
- * - **Messages** about failures go to the platform's debug output, levels 130 and 132 for errors,
- * 135 for traces.
+ * - **Messages** go to the platform's debug output: errors at levels 130 and 132, errors of
+ * retimers and EPLDs and the findings of the EPLD identification at 180, traces and failures of
+ * single tries at 135, failed argument checks at 255, an audit record of writes of 0xB0 to register
+ * 0x57 of device 0x60 on bus 4 at 64. A failing mutex, EEPROM semaphore or Pango transfer is told
+ * on standard output.
+ * - **Lengths.** The kernel takes at most 8192 bytes in a message and 32 in an SMBus block, and
+ *   refuses more with `EINVAL`, whatever a call below accepts.
  *
  * The transfers are those of the Linux i2c-dev interface (Documentation/i2c/dev-interface.rst) and
  * of the System Management Bus Specification, version 3.
@@ -124,12 +133,16 @@ typedef struct ui2c_client {
  */
 ui2c_client *ui2c_to_client(uint32_t bus, uint16_t addr, uint32_t swi_addr, uint32_t swi_chnl);
 
-/** @brief Finds or creates the record of a bus. Takes no lock. @return null only without memory. */
+/**
+ * @brief Finds or creates the record of a bus. Takes no lock, and changes the registry: not for use
+ * while another thread may look anything up; ui2c_to_client() is.
+ * @return null only without memory.
+ */
 ui2c_adapter *ui2c_to_adapter(uint32_t bus);
 
 /**
- * @brief Finds or creates the near switch of a path and links the switch in front of it. Takes no
- * lock.
+ * @brief Finds or creates the near switch of a path and links the switch in front of it. As
+ * ui2c_to_adapter() not for use together with other lookups.
  * @return null when the low half of @p swi_addr is 0, or without memory.
  */
 ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t swi_chnl);
@@ -165,8 +178,9 @@ int32_t exclusive_file_lock(int32_t fd);
 int32_t surrender_i2c_access(int32_t fd);
 
 /**
- * @brief Records this process as the last one that took the bus, in the owner table at physical
- * 0xB8210000 (sixteen 32-bit process ids, one per bus). Buses above 15 record nothing.
+ * @brief Records this process (@p adapter not null) as the last one that took the bus, in the owner
+ * table at physical 0xB8210000 (sixteen 32-bit process ids, one per bus). Buses above 15 record
+ * nothing.
  * @return no meaning.
  */
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter);
@@ -193,7 +207,7 @@ extern uint32_t g_dwEi2cLog;
  * @param adapter the bus
  * @param addr    address given to the kernel for the descriptor; each message carries its own
  * @param msgs    the messages, not null
- * @param num     how many; the kernel takes at most 42, of at most 8192 bytes each
+ * @param num     how many; only the low 8 bits reach the kernel, which takes at most 42
  * @return messages done; ::QELI2C_NO_DEVICE_FILE; -1 with `ETIMEDOUT` when the device file is not
  * ready within a second, with `EINVAL` for a descriptor of 1024 or more; or the kernel's negative
  * result
@@ -308,7 +322,8 @@ int32_t ei2c_smbus_xfer(const ei2c_client *eclient, uint32_t read_write, uint32_
  * @param eclient    the device; `pcie_name` is printed on failure
  * @param fd         descriptor the response is read from
  * @param read_write,command,size,data as for ei2c_smbus_xfer()
- * @param read_buf   receives the response; 256 bytes are always enough
+ * @param read_buf   receives the response; how much it must hold is the platform's matter, 256
+ * bytes on the host
  * @param read_len   receives its length; 0 when none was read
  * @param write_only not 0: read no response
  * @return bytes of the response or the read's negative result; the transaction's result when none
@@ -374,7 +389,8 @@ int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_w
 /**
  * @defgroup smbus SMBus commands
  * @brief The commands of the SMBus specification on a device. Each is one ei2c_smbus_xfer() unless
- * it says otherwise, with its results. Blocks sent are cut to 253 bytes.
+ * it says otherwise, with its results. Blocks sent are cut to 253 bytes; the kernel refuses more
+ * than 32.
  * @{
  */
 
@@ -495,24 +511,29 @@ int32_t i2cWrite(const ei2c_client *eclient, uint32_t datalen, const uint8_t *da
 
 /**
  * @defgroup eeprom EEPROMs
- * @brief EEPROMs of the AT24C512 class: two address bytes (offsets wrap at 65536), transfers within
- * 32-byte pages. A pause follows each transfer, 25 ms after a write, 5 ms after a read. Whole
- * operations of all processes exclude each other by one semaphore (key 0x3001); the bus is free
- * between their pages.
+ * @brief EEPROMs of the AT24C512 class: two address bytes, transfers within 32-byte pages. Offsets
+ * are 0 to 0x7FFFFFDF and wrap at 65536 on the wire, lengths 0 or more; anything else gives -1 and
+ * no transfer. A pause follows each transfer, also a failed one: 25 ms after a write, 5 ms after a
+ * read. Whole operations of all processes exclude each other by one semaphore (key 0x3001); the bus
+ * is free between their pages.
  * @{
  */
 
-/** @brief Writes at most to the end of the page. @return bytes written; -1; or the transfer's
- * result when not 1. */
+/**
+ * @brief Writes at most to the end of the page, without the EEPROM semaphore.
+ * @return bytes written; -1 for bad arguments; the transfer's result when that was not 1
+ */
 int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data,
                              int32_t len);
-/** @brief Reads at most to the end of the page. @return bytes read; -1; or the transfer's result
- * when not 2. */
+/**
+ * @brief Reads at most to the end of the page, without the EEPROM semaphore.
+ * @return bytes read; -1 for bad arguments; the transfer's result when that was not 2
+ */
 int32_t ee_eeprom_page_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len);
 /**
  * @brief Writes @p len bytes at @p offset; blocks for at least 25 ms per page.
- * @return bytes written before a page failed; the first page's result when it failed; 0 without the
- * semaphore
+ * @return @p len; less when a later page failed; the first page's result when that failed; 0
+ * without the semaphore
  */
 int32_t eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data, int32_t len);
 /** @brief Reads @p len bytes at @p offset; blocks for at least 5 ms per page. @return as
@@ -551,8 +572,9 @@ int32_t ee_unlock_eeprom(void);
 /**
  * @brief Takes the bus and tries at most four times to open the path.
  * @param eclient   the bridge
- * @param psdwSemId receives the semaphore id
- * @param pfd       receives the bus's descriptor
+ * @param psdwSemId receives the semaphore id, negative when it was not taken
+ * @param pfd       receives the bus's descriptor, negative when there is none; both may be written
+ * by a call that fails
  * @return 0 when the bus is held, whether or not the path is open; -1 with nothing held
  */
 int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwSemId, int32_t *pfd);
@@ -703,7 +725,7 @@ typedef struct retimer_i2c_dev {
 int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
                                   const uint8_t *pucData);
 /** @brief Sends the register byte and reads @p dwDataLen bytes, of which the first 255 are handed
- * out. */
+ * out. The length goes out modulo 65536. */
 int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr,
                                  uint32_t dwDataLen, uint8_t *pucReaddata);
 /** @brief Retimer_I2CWriteBlockData() by a byte record. */

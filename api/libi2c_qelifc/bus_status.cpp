@@ -11,7 +11,7 @@ constexpr uint32_t first_register = 0x1E78A088;
 
 int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status)
 {
-    QEL_REQUIRE("i2c_bus_status_check", status, -1);
+    QEL_REQUIRE(status, -1);
     if (busNo > highest_bus) {
         QEL_ERROR(130, "busNo: %u, is invalid value!\n", busNo);
         return -1;

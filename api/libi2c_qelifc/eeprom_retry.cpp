@@ -19,8 +19,10 @@ int32_t repeat(const char *name, Call call, const ei2c_client *eclient, int32_t 
         ret = call(eclient, offset, buf, len);
         if (ret > 0)
             return ret;
+        const int error = errno;
         QEL_ERROR(130, "%s_retry, %s error loop %u, result:%d\n", name, name, attempt, ret);
         (void)sleep(1);
+        errno = error;
     }
     return ret;
 }

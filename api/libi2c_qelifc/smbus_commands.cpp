@@ -72,7 +72,7 @@ int32_t get_block(const char *function, int32_t ret, const Area &area, uint8_t c
 
 int32_t ei2c_smbus_read_byte(const ei2c_client *eclient, uint8_t *value)
 {
-    QEL_REQUIRE("ei2c_smbus_read_byte", value, -1);
+    QEL_REQUIRE(value, -1);
     return read_byte(ei2c_smbus_xfer, eclient, 0, I2C_SMBUS_BYTE, value);
 }
 
@@ -83,7 +83,7 @@ int32_t ei2c_smbus_write_byte(const ei2c_client *eclient, uint8_t value)
 
 int32_t ei2c_smbus_read_byte_data(const ei2c_client *eclient, uint8_t command, uint8_t *value)
 {
-    QEL_REQUIRE("ei2c_smbus_read_byte_data", value, -1);
+    QEL_REQUIRE(value, -1);
     return read_byte(ei2c_smbus_xfer, eclient, command, I2C_SMBUS_BYTE_DATA, value);
 }
 
@@ -94,7 +94,7 @@ int32_t ei2c_smbus_write_byte_data(const ei2c_client *eclient, uint8_t command, 
 
 int32_t ei2c_smbus_read_word_data(const ei2c_client *eclient, uint8_t command, uint16_t *value)
 {
-    QEL_REQUIRE("ei2c_smbus_read_word_data", value, -1);
+    QEL_REQUIRE(value, -1);
     Area area;
     const int32_t ret =
         ei2c_smbus_xfer(eclient, I2C_SMBUS_READ, command, I2C_SMBUS_WORD_DATA, area.bytes);
@@ -114,14 +114,14 @@ int32_t ei2c_smbus_write_word_data(const ei2c_client *eclient, uint8_t command, 
 int32_t ei2c_smbus_read_block_data(const ei2c_client *eclient, uint8_t command, uint8_t *len,
                                    uint8_t *values)
 {
-    QEL_REQUIRE("ei2c_smbus_read_block_data", len, -1);
+    QEL_REQUIRE(len, -1);
     Area area;
     const int32_t ret =
         ei2c_smbus_xfer(eclient, I2C_SMBUS_READ, command, I2C_SMBUS_BLOCK_DATA, area.bytes);
     if (ret < 0)
         return ret;
     if (area.bytes[0] != 0 && area.bytes[0] <= longest_block_received)
-        QEL_REQUIRE("ei2c_smbus_read_block_data", values, -1);
+        QEL_REQUIRE(values, -1);
     return get_block("ei2c_smbus_read_block_data", ret, area, command, values, len);
 }
 
@@ -133,7 +133,7 @@ int32_t qel_ei2c_smbus_read_block_data(const ei2c_client *eclient, uint8_t comma
         ei2c_smbus_xfer(eclient, I2C_SMBUS_READ, command, I2C_SMBUS_BLOCK_DATA, area.bytes);
     if (ret < 0)
         return ret;
-    QEL_REQUIRE("qel_ei2c_smbus_read_block_data", values, -1);
+    QEL_REQUIRE(values, -1);
     const uint32_t count = std::min<uint32_t>(area.bytes[0], len);
     (void)qel_memcpy_s(values, count + 1, area.bytes, count + 1);
     return ret;
@@ -143,7 +143,7 @@ int32_t ei2c_smbus_write_block_data(const ei2c_client *eclient, uint8_t command,
                                     const uint8_t *values)
 {
     if (length != 0)
-        QEL_REQUIRE("ei2c_smbus_write_block_data", values, -1);
+        QEL_REQUIRE(values, -1);
     Area area;
     put_block(area, values, length);
     return ei2c_smbus_xfer(eclient, I2C_SMBUS_WRITE, command, I2C_SMBUS_BLOCK_DATA, area.bytes);
@@ -154,7 +154,7 @@ int32_t ei2c_smbus_wtrd_block_data(const ei2c_client *eclient, int32_t fd, uint8
                                    uint32_t *read_len, int32_t write_only)
 {
     if (write_len != 0)
-        QEL_REQUIRE("ei2c_smbus_wtrd_block_data", write_buf, -1);
+        QEL_REQUIRE(write_buf, -1);
     Area area;
     put_block(area, write_buf, write_len);
     return ei2c_smbus_xfer_wtrd(eclient, fd, I2C_SMBUS_WRITE, command, I2C_SMBUS_BLOCK_DATA,
@@ -165,9 +165,9 @@ int32_t ei2c_smbus_read_block_proc_call_data(const ei2c_client *eclient, uint8_t
                                              const uint8_t *write_buf, uint32_t write_len,
                                              uint8_t *read_buf, uint8_t *read_len)
 {
-    QEL_REQUIRE("ei2c_smbus_read_block_proc_call_data", read_len, -1);
+    QEL_REQUIRE(read_len, -1);
     if (write_len != 0)
-        QEL_REQUIRE("ei2c_smbus_read_block_proc_call_data", write_buf, -1);
+        QEL_REQUIRE(write_buf, -1);
     Area area;
     put_block(area, write_buf, write_len);
     const int32_t ret =
@@ -175,7 +175,7 @@ int32_t ei2c_smbus_read_block_proc_call_data(const ei2c_client *eclient, uint8_t
     if (ret < 0)
         return ret;
     if (area.bytes[0] != 0 && area.bytes[0] <= longest_block_received)
-        QEL_REQUIRE("ei2c_smbus_read_block_proc_call_data", read_buf, -1);
+        QEL_REQUIRE(read_buf, -1);
     return get_block("ei2c_smbus_read_block_proc_call_data", ret, area, command, read_buf,
                      read_len);
 }
@@ -184,9 +184,9 @@ int32_t ei2c_smbus_read_i2c_block_data(const ei2c_client *eclient, uint32_t writ
                                        const uint8_t *write_buf, uint32_t read_len,
                                        uint8_t *read_buf)
 {
-    QEL_REQUIRE("ei2c_smbus_read_i2c_block_data", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     if (write_len != 0)
-        QEL_REQUIRE("ei2c_smbus_read_i2c_block_data", write_buf, -1);
+        QEL_REQUIRE(write_buf, -1);
     uint8_t sent[256] = {};
     uint8_t received[255] = {};
     const uint32_t sent_length = cut(write_len);
@@ -199,7 +199,7 @@ int32_t ei2c_smbus_read_i2c_block_data(const ei2c_client *eclient, uint32_t writ
          static_cast<uint16_t>(received_length), received}};
     const int32_t ret = ei2c_rdwr_xfer(eclient, messages, 2);
     if (ret >= 0 && received_length != 0) {
-        QEL_REQUIRE("ei2c_smbus_read_i2c_block_data", read_buf, -1);
+        QEL_REQUIRE(read_buf, -1);
         (void)qel_memcpy_s(read_buf, received_length, received, received_length);
     }
     return ret;
@@ -209,7 +209,7 @@ int32_t ei2c_smbus_write_i2c_block_data(const ei2c_client *eclient, uint8_t comm
                                         uint32_t length, const uint8_t *values)
 {
     if (length != 0)
-        QEL_REQUIRE("ei2c_smbus_write_i2c_block_data", values, -1);
+        QEL_REQUIRE(values, -1);
     Area area;
     put_block(area, values, length);
     return ei2c_smbus_xfer(eclient, I2C_SMBUS_WRITE, command, I2C_SMBUS_I2C_BLOCK_DATA, area.bytes);
@@ -218,7 +218,7 @@ int32_t ei2c_smbus_write_i2c_block_data(const ei2c_client *eclient, uint8_t comm
 int32_t ei2c_smbus_read_byte_data_without_lock(const ei2c_client *eclient, uint8_t command,
                                                uint8_t *value)
 {
-    QEL_REQUIRE("ei2c_smbus_read_byte_data_without_lock", value, -1);
+    QEL_REQUIRE(value, -1);
     return read_byte(ei2c_smbus_xfer_without_lock, eclient, command, I2C_SMBUS_BYTE_DATA, value);
 }
 

@@ -1,5 +1,7 @@
 // Holds of a bus across several calls: the caller carries the descriptor and the semaphore id in
 // between.
+#include <initializer_list>
+
 #include "bus/ui2c_ioctls/core.h"
 
 namespace
@@ -17,24 +19,22 @@ bool open_path_for_hold(const ei2c_client &eclient, const DevicePath &path, int3
     return false;
 }
 
-int32_t deselect(const ei2c_client &eclient, ui2c_switch *swi)
+bool close_path_of_hold(const ei2c_client &eclient, const DevicePath &path)
 {
-    if (swi == nullptr)
-        return 0;
-    const int32_t ret = ui2c_swi_deselect(swi, 0);
-    if (ret < 0)
-        QEL_RUNTIME("swi_deselect(%u,%x,%u) = %d, errno = %d \n", eclient.bus, eclient.swi_addr,
-                    eclient.swi_chnl, ret, errno);
-    return ret;
+    for (ui2c_switch *swi : {path.near, path.upstream}) {
+        if (swi != nullptr && close_switch(eclient, swi, 0, ErrnoForm::number) < 0)
+            return false;
+    }
+    return true;
 }
 
 } // namespace
 
 int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_t *psdwSemId)
 {
-    QEL_REQUIRE("ei2c_smbus_lock_adapter", eclient, -1);
-    QEL_REQUIRE("ei2c_smbus_lock_adapter", pfd, -1);
-    QEL_REQUIRE("ei2c_smbus_lock_adapter", psdwSemId, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(pfd, -1);
+    QEL_REQUIRE(psdwSemId, -1);
     if (eclient->bus > highest_bus)
         return -1;
     HeldBus held;
@@ -49,7 +49,7 @@ int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_
 
 int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId)
 {
-    QEL_REQUIRE("ei2c_smbus_unlock_adapter", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     if (eclient->bus > highest_bus)
         return -1;
     const int32_t ret = release_bus(*eclient, fd, sdwSemId);
@@ -60,9 +60,9 @@ int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_
 
 int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32_t *psdwSemId)
 {
-    QEL_REQUIRE("ei2c_smbus_select_switch", eclient, -1);
-    QEL_REQUIRE("ei2c_smbus_select_switch", pfd, -1);
-    QEL_REQUIRE("ei2c_smbus_select_switch", psdwSemId, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(pfd, -1);
+    QEL_REQUIRE(psdwSemId, -1);
     if (eclient->bus > highest_bus)
         return -1;
     HeldBus held;
@@ -83,14 +83,14 @@ int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32
 
 int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId)
 {
-    QEL_REQUIRE("ei2c_smbus_deselect_switch", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     if (eclient->bus > highest_bus)
         return -1;
     DevicePath path;
     const bool found = find_device(*eclient, path);
     if (found) {
         for (int32_t attempt = 0; attempt < try_limit; ++attempt) {
-            if (deselect(*eclient, path.near) >= 0 && deselect(*eclient, path.upstream) >= 0)
+            if (close_path_of_hold(*eclient, path))
                 break;
         }
     }
@@ -101,7 +101,7 @@ int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32
 int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_write,
                                      uint32_t command, uint32_t size, uint8_t *data)
 {
-    QEL_REQUIRE("ei2c_smbus_xfer_without_lock", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;

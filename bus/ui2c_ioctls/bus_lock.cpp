@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "bus/process_locks.h"
 #include "bus/ui2c_ioctls/core.h"
 
 // The C++ compiler always asks for the GNU strerror_r; this is the C library's name of the POSIX
@@ -23,13 +24,18 @@ constexpr uint32_t lockable_buses = 16;
 constexpr uint32_t first_semaphore_key = 0x3060;
 constexpr uint32_t wait_without_limit = 65535;
 constexpr off_t owner_table_address = 0xB8210000;
+static_assert(sizeof(off_t) == 8, "the owner table lies above the reach of a 32-bit offset");
 constexpr size_t owner_table_size = lockable_buses * sizeof(uint32_t);
 
 int32_t open_device_file(uint32_t bus)
 {
     char path[16] = {};
-    (void)qel_snprintf_s(path, sizeof(path), "/dev/i2c-%d", static_cast<int>(bus));
-    const int32_t fd = sigwrap_open(path, O_RDWR);
+    int32_t fd = -1;
+    // A number cut short would name another bus.
+    if (qel_snprintf_s(path, sizeof(path), "/dev/i2c-%d", static_cast<int>(bus)) >= 0)
+        fd = sigwrap_open(path, O_RDWR);
+    else
+        errno = ENODEV;
     if (fd < 0)
         QEL_ERROR_ERRNO(132, "open %s failed, fd = %d, errno = %d, %s\n", path, fd);
     return fd;
@@ -37,7 +43,7 @@ int32_t open_device_file(uint32_t bus)
 
 int32_t _adapter_ipcsemid(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
 {
-    QEL_REQUIRE("_adapter_ipcsemid", adapter, -1);
+    QEL_REQUIRE(adapter, -1);
     const uint32_t bus = adapter->bus;
     ui2c_adapter_data *data = bus < lockable_buses ? __adapter_data(adapter) : nullptr;
     const int32_t semid = data == nullptr ? -1 : create_once(data->semid, [bus] {
@@ -79,11 +85,11 @@ bool owner_table_mapped()
 
 ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
 {
-    QEL_REQUIRE("__adapter_data", adapter, nullptr);
+    QEL_REQUIRE(adapter, nullptr);
     ui2c_adapter_data *data = __atomic_load_n(&adapter->data, __ATOMIC_ACQUIRE);
     if (data != nullptr)
         return data;
-    (void)pthread_mutex_lock(&first_use_mutex);
+    lock_first_use();
     data = adapter->data;
     if (data == nullptr) {
         data = static_cast<ui2c_adapter_data *>(malloc(sizeof(*data)));
@@ -94,13 +100,13 @@ ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-rese
             __atomic_store_n(&adapter->data, data, __ATOMIC_RELEASE);
         }
     }
-    (void)pthread_mutex_unlock(&first_use_mutex);
+    unlock_first_use();
     return data;
 }
 
 int32_t ui2c_adapter_fd(ui2c_adapter *adapter)
 {
-    QEL_REQUIRE("ui2c_adapter_fd", adapter, -1);
+    QEL_REQUIRE(adapter, -1);
     ui2c_adapter_data *data = __adapter_data(adapter);
     if (data == nullptr)
         return -1;
@@ -144,10 +150,10 @@ int32_t surrender_i2c_access(int32_t fd)
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
 {
     if (!owner_table_mapped()) {
-        (void)pthread_mutex_lock(&first_use_mutex);
+        lock_first_use();
         if (!owner_table_mapped())
             map_owner_table();
-        (void)pthread_mutex_unlock(&first_use_mutex);
+        unlock_first_use();
         if (!owner_table_mapped())
             return -1;
     }

@@ -2,22 +2,11 @@
 #ifndef QELI2C_BUS_CORE_H
 #define QELI2C_BUS_CORE_H
 
-#include "bus/first_use.h"
+#include "bus/device_path.h"
 #include "bus/report.h"
 #include "qeli2c.h"
 
 constexpr char log_tag[] = "ui2c_ioctls";
-
-// A device and the switches in front of it as one lookup found them. The links between switch
-// records follow the latest lookup of any thread, so a call keeps its own.
-struct DevicePath {
-    ui2c_client *client = nullptr;
-    ui2c_switch *near = nullptr;
-    ui2c_switch *upstream = nullptr;
-};
-
-// registry
-bool find_device(const ei2c_client &eclient, DevicePath &path);
 
 // bus_lock
 ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter); // NOLINT(bugprone-reserved-identifier)
@@ -31,6 +20,9 @@ enum class ErrnoForm { number_and_text, number };
 // closed.
 int32_t open_path(const ei2c_client &eclient, const DevicePath &path, ErrnoForm form);
 int32_t close_path(const ei2c_client &eclient, const DevicePath &path);
+// Closes one switch of the path.
+int32_t close_switch(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel,
+                     ErrnoForm form);
 
 // locked_transfer
 struct HeldBus {

@@ -4,7 +4,7 @@
 int32_t ei2c_smbus_xfer(const ei2c_client *eclient, uint32_t read_write, uint32_t command,
                         uint32_t size, uint8_t *data)
 {
-    QEL_REQUIRE("ei2c_smbus_xfer", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     const Transfer transfer = {Transfer::Kind::smbus, {}, {read_write, command, size, data}};
     return locked_transfer(*eclient, TakeLines::transfer, transfer);
 }
@@ -13,8 +13,8 @@ int32_t ei2c_smbus_xfer_wtrd(const ei2c_client *eclient, int32_t fd, uint32_t re
                              uint32_t command, uint32_t size, uint8_t *data, uint8_t *read_buf,
                              uint32_t *read_len, int32_t write_only)
 {
-    QEL_REQUIRE("ei2c_smbus_xfer_wtrd", eclient, -1);
-    QEL_REQUIRE("ei2c_smbus_xfer_wtrd", read_len, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(read_len, -1);
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;
@@ -27,7 +27,7 @@ int32_t ei2c_smbus_xfer_wtrd(const ei2c_client *eclient, int32_t fd, uint32_t re
     if (received >= 0)
         *read_len = static_cast<uint32_t>(received);
     else
-        QEL_RUNTIME_ERRNO("pcie name %s, I2C ioctl ret %d, errno = %d, %s\n", eclient->pcie_name,
+        QEL_RUNTIME_ERRNO("pcie name %.16s, I2C ioctl ret %d, errno = %d, %s\n", eclient->pcie_name,
                           received);
     return received;
 }
@@ -35,9 +35,9 @@ int32_t ei2c_smbus_xfer_wtrd(const ei2c_client *eclient, int32_t fd, uint32_t re
 int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t *read_buf,
                                  uint32_t *read_len)
 {
-    QEL_REQUIRE("qel_ei2c_smbus_xfer_read", eclient, -1);
-    QEL_REQUIRE("qel_ei2c_smbus_xfer_read", read_buf, -1);
-    QEL_REQUIRE("qel_ei2c_smbus_xfer_read", read_len, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(read_buf, -1);
+    QEL_REQUIRE(read_len, -1);
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;
@@ -46,12 +46,12 @@ int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t
     if (received > 0)
         *read_len = static_cast<uint32_t>(received);
     else
-        QEL_RUNTIME("pcie name %s, ioctl I2C_MCTP_READ finsh ret: %d \n", eclient->pcie_name,
+        QEL_RUNTIME("pcie name %.16s, ioctl I2C_MCTP_READ finsh ret: %d \n", eclient->pcie_name,
                     received);
     return received;
 }
 
-// The SMBus command's name of the same call.
+// The second name, among the SMBus commands.
 extern "C" int32_t qel_ei2c_smbus_mctp_read_block_data(const ei2c_client *eclient, int32_t fd,
                                                        uint8_t *read_buf, uint32_t *read_len)
     __attribute__((alias("qel_ei2c_smbus_xfer_read")));

@@ -55,19 +55,16 @@ struct Tries {
 bool try_once(const ei2c_client &eclient, const DevicePath &path, const Transfer &transfer,
               Tries &tries)
 {
-    if (path.near != nullptr) {
-        tries.ret = open_path(eclient, path, ErrnoForm::number_and_text);
-        if (tries.ret < 0) {
-            if (!tries.transferred)
-                tries.error = errno;
-            return false;
-        }
+    tries.ret = open_path(eclient, path, ErrnoForm::number_and_text);
+    if (tries.ret < 0) {
+        if (!tries.transferred)
+            tries.error = errno;
+        return false;
     }
     tries.xfer = transfer_once(eclient, path, transfer);
     tries.transferred = true;
     tries.error = errno;
-    if (path.near != nullptr)
-        tries.ret = close_path(eclient, path);
+    tries.ret = close_path(eclient, path);
     return tries.ret >= 0 && tries.xfer >= 0;
 }
 
@@ -162,25 +159,25 @@ int32_t locked_transfer(const ei2c_client &eclient, TakeLines lines, const Trans
 
 int32_t ei2c_rdwr_xfer(const ei2c_client *eclient, i2c_msg *msgs, uint32_t num)
 {
-    QEL_REQUIRE("ei2c_rdwr_xfer", eclient, -1);
-    QEL_REQUIRE("ei2c_rdwr_xfer", msgs, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(msgs, -1);
     Transfer transfer = {Transfer::Kind::rdwr, {{msgs, num}, {}}, {}};
     return locked_transfer(*eclient, TakeLines::transfer_lock_at_runtime, transfer);
 }
 
 int32_t ei2c_rdwr_mxfer(const ei2c_client *eclient, i2c_msg **msgs, const uint32_t *num)
 {
-    QEL_REQUIRE("ei2c_rdwr_mxfer", eclient, -1);
-    QEL_REQUIRE("ei2c_rdwr_mxfer", num, -1);
-    QEL_REQUIRE("ei2c_rdwr_mxfer", msgs, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(num, -1);
+    QEL_REQUIRE(msgs, -1);
     Transfer transfer = {Transfer::Kind::rdwr_pair, {{msgs[0], num[0]}, {msgs[1], num[1]}}, {}};
     return locked_transfer(*eclient, TakeLines::transfer, transfer);
 }
 
 int32_t ei2c_rdwr_xfer_without_retry(const ei2c_client *eclient, i2c_msg *msgs, uint32_t num)
 {
-    QEL_REQUIRE("ei2c_rdwr_xfer_without_retry", eclient, -1);
-    QEL_REQUIRE("ei2c_rdwr_xfer_without_retry", msgs, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(msgs, -1);
     HeldBus held;
     const int32_t taken = take_bus(*eclient, TakeLines::transfer, held);
     if (taken < 0)

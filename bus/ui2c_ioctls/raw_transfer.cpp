@@ -71,7 +71,7 @@ void audit_smbus(const ui2c_adapter &adapter, uint16_t addr, char read_write, ui
 
 int32_t ui2c_rdwr_xfer(ui2c_adapter *adapter, uint16_t addr, i2c_msg *msgs, int32_t num)
 {
-    QEL_REQUIRE("ui2c_rdwr_xfer", msgs, -1);
+    QEL_REQUIRE(msgs, -1);
     if (adapter == nullptr)
         return ui2c_adapter_fd(adapter);
     const int bus = static_cast<int>(adapter->bus);
@@ -104,8 +104,8 @@ int32_t ui2c_rdwr_xfer(ui2c_adapter *adapter, uint16_t addr, i2c_msg *msgs, int3
 
 int32_t ui2c_raw_read_byte(ui2c_adapter *adap, uint16_t addr, uint8_t *value)
 {
-    QEL_REQUIRE("ui2c_raw_read_byte", adap, -1);
-    QEL_REQUIRE("ui2c_raw_read_byte", value, -1);
+    QEL_REQUIRE(adap, -1);
+    QEL_REQUIRE(value, -1);
     uint8_t byte = 0;
     i2c_msg message = {addr, I2C_M_RD, 1, &byte};
     const int32_t ret = ui2c_rdwr_xfer(adap, addr, &message, 1);

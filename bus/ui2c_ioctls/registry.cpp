@@ -1,35 +1,15 @@
 // The registry: one record per bus, switch and device of this process.
 #include <cstdlib>
 
+#include "bus/process_locks.h"
 #include "bus/ui2c_ioctls/core.h"
-
-pthread_mutex_t first_use_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 namespace
 {
 
-pthread_mutex_t registry_mutex = PTHREAD_MUTEX_INITIALIZER;
-
 ui2c_adapter adapters = {0xFFFFFFFF, "dummy-adapter", nullptr, nullptr};
 ui2c_switch switches = {nullptr, nullptr, 0, "dummy-switch", nullptr};
 ui2c_client clients = {nullptr, nullptr, 0, "dummy-client", nullptr};
-
-// A thread that forks may do so while another one is inside the registry or creating something. In
-// the child that thread is gone, and what it left is whole: a record is linked by one store, when
-// it is complete.
-void reset_mutexes_in_child()
-{
-    registry_mutex = PTHREAD_MUTEX_INITIALIZER;
-    first_use_mutex = PTHREAD_MUTEX_INITIALIZER;
-}
-
-// Under the registry mutex.
-void handle_forks()
-{
-    static bool handled = false;
-    if (!handled)
-        handled = pthread_atfork(nullptr, nullptr, reset_mutexes_in_child) == 0;
-}
 
 template <typename Record>
 Record *new_record()
@@ -116,16 +96,15 @@ ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t /
 
 bool find_device(const ei2c_client &eclient, DevicePath &path)
 {
-    if (pthread_mutex_lock(&registry_mutex) != 0) {
-        (void)qel_printf_s("pthread_mutex_lock failed.\n");
+    if (!lock_registry()) {
+        QEL_PRINT("pthread_mutex_lock failed.\n");
         return false;
     }
-    handle_forks();
     ui2c_adapter *adapter = ui2c_to_adapter(eclient.bus);
     path.near = ui2c_to_switch(adapter, eclient.swi_addr, eclient.swi_chnl);
     path.upstream = path.near == nullptr ? nullptr : path.near->upstream;
     path.client = find_client(adapter, path.near, eclient.addr);
-    (void)pthread_mutex_unlock(&registry_mutex);
+    unlock_registry();
     return path.client != nullptr;
 }
 

@@ -5,52 +5,60 @@
 namespace
 {
 
-int32_t select(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel, ErrnoForm form)
+void report(const char *what, const ei2c_client &eclient, int32_t ret, ErrnoForm form)
 {
-    const int32_t ret = ui2c_swi_select(swi, channel);
-    if (ret < 0 && form == ErrnoForm::number_and_text)
-        QEL_RUNTIME_ERRNO("swi_select(%u,%x,%u) = %d, errno = %d, %s\n", eclient.bus,
+    if (form == ErrnoForm::number_and_text)
+        QEL_RUNTIME_ERRNO("%s(%u,%x,%u) = %d, errno = %d, %s\n", what, eclient.bus,
                           eclient.swi_addr, eclient.swi_chnl, ret);
-    else if (ret < 0)
-        QEL_RUNTIME("swi_select(%u,%x,%u) = %d, errno = %d \n", eclient.bus, eclient.swi_addr,
+    else
+        QEL_RUNTIME("%s(%u,%x,%u) = %d, errno = %d \n", what, eclient.bus, eclient.swi_addr,
                     eclient.swi_chnl, ret, errno);
-    return ret;
 }
 
-int32_t deselect(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel)
+int32_t open_switch(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel, ErrnoForm form)
 {
-    const int32_t ret = ui2c_swi_deselect(swi, channel);
+    const int32_t ret = ui2c_swi_select(swi, channel);
     if (ret < 0)
-        QEL_RUNTIME_ERRNO("swi_deselect(%u,%x,%u) = %d, errno = %d, %s\n", eclient.bus,
-                          eclient.swi_addr, eclient.swi_chnl, ret);
+        report("swi_select", eclient, ret, form);
     return ret;
 }
 
 } // namespace
 
+int32_t close_switch(const ei2c_client &eclient, ui2c_switch *swi, uint32_t channel, ErrnoForm form)
+{
+    const int32_t ret = ui2c_swi_deselect(swi, channel);
+    if (ret < 0)
+        report("swi_deselect", eclient, ret, form);
+    return ret;
+}
+
 int32_t open_path(const ei2c_client &eclient, const DevicePath &path, ErrnoForm form)
 {
     if (path.upstream != nullptr) {
-        const int32_t ret = select(eclient, path.upstream, eclient.swi_chnl >> 16, form);
+        const int32_t ret = open_switch(eclient, path.upstream, eclient.swi_chnl >> 16, form);
         if (ret < 0)
             return ret;
     }
-    return path.near == nullptr ? 0 : select(eclient, path.near, eclient.swi_chnl & 0xFFFF, form);
+    return path.near == nullptr ? 0
+                                : open_switch(eclient, path.near, eclient.swi_chnl & 0xFFFF, form);
 }
 
 int32_t close_path(const ei2c_client &eclient, const DevicePath &path)
 {
     int32_t ret = 0;
     if (path.near != nullptr)
-        ret = deselect(eclient, path.near, eclient.swi_chnl & 0xFFFF);
+        ret =
+            close_switch(eclient, path.near, eclient.swi_chnl & 0xFFFF, ErrnoForm::number_and_text);
     if (path.upstream != nullptr)
-        ret = deselect(eclient, path.upstream, eclient.swi_chnl >> 16);
+        ret = close_switch(eclient, path.upstream, eclient.swi_chnl >> 16,
+                           ErrnoForm::number_and_text);
     return ret;
 }
 
 int32_t SelectSwitch(const ei2c_client *eclient)
 {
-    QEL_REQUIRE("SelectSwitch", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;
@@ -59,15 +67,15 @@ int32_t SelectSwitch(const ei2c_client *eclient)
 
 int32_t DeselectSwitch(const ei2c_client *eclient)
 {
-    QEL_REQUIRE("DeselectSwitch", eclient, -1);
+    QEL_REQUIRE(eclient, -1);
     DevicePath path;
     return find_device(*eclient, path) ? close_path(*eclient, path) : -1;
 }
 
 int32_t readSwitchStatus(const ei2c_client *eclient, uint8_t *val)
 {
-    QEL_REQUIRE("readSwitchStatus", eclient, -1);
-    QEL_REQUIRE("readSwitchStatus", val, -1);
+    QEL_REQUIRE(eclient, -1);
+    QEL_REQUIRE(val, -1);
     DevicePath path;
     if (!find_device(*eclient, path)) {
         QEL_ERROR_TEXT(132, "Pointer _uc is NULL\n");

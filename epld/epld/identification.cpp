@@ -2,10 +2,13 @@
 // order.
 #include <utility>
 
-#include "epld/epld/epld.h"
+#include "bus/report.h"
+#include "qeli2c.h"
 
 namespace
 {
+
+constexpr char log_tag[] = "epld";
 
 constexpr uint32_t GD25VQ40C_ANLOGIC_ID =
     0xC84213; // JEDEC identification of the SPI flash behind an EF2
@@ -106,8 +109,8 @@ int32_t lattice_read_epld_cfg(const ei2c_client *ptEpldI2cClient, uint8_t *pucDa
 
 int32_t pango_read_epld_cfg(const ei2c_client *ptEpldI2cClient, uint8_t *pucData)
 {
-    QEL_REQUIRE("pango_read_epld_cfg", ptEpldI2cClient, -1);
-    QEL_REQUIRE("pango_read_epld_cfg", pucData, -1);
+    QEL_REQUIRE(ptEpldI2cClient, -1);
+    QEL_REQUIRE(pucData, -1);
     const int32_t ret =
         pango_i2c_read_multi_para(ptEpldI2cClient, pango_id_command, 0, 3, id_length, pucData);
     if (ret != 0) {
@@ -120,22 +123,23 @@ int32_t pango_read_epld_cfg(const ei2c_client *ptEpldI2cClient, uint8_t *pucData
 
 void report_pango_bytes(const uint8_t *pucData)
 {
-    QEL_AUDIT_SUCCESS("epld_pango_read_deviceId", "pucData[0-3] %x %x %x %x", pucData[0],
-                      pucData[1], pucData[2], pucData[3]);
+    QEL_AUDIT_PLAIN("epld_pango_read_deviceId", "pucData[0-3] %x %x %x %x", pucData[0], pucData[1],
+                    pucData[2], pucData[3]);
 }
 
 } // namespace
 
 uint32_t BytesToDword(const uint8_t *pucData)
 {
-    QEL_REQUIRE("BytesToDword", pucData, 0);
+    QEL_REQUIRE(pucData, 0);
     return static_cast<uint32_t>(pucData[0]) << 24 | static_cast<uint32_t>(pucData[1]) << 16 |
            static_cast<uint32_t>(pucData[2]) << 8 | pucData[3];
 }
 
 void reverseArray(uint8_t *pucData, int32_t n)
 {
-    QEL_REQUIRE("reverseArray", pucData, );
+    if (n > 1)
+        QEL_REQUIRE(pucData, );
     for (int32_t i = 0; i < n / 2; ++i)
         std::swap(pucData[i], pucData[n - 1 - i]);
 }
@@ -157,7 +161,7 @@ int32_t epld_anlogic_ef2_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8
         QEL_AUDIT_TEXT(self, "Anlogic_ReadEpldCfg failed \n");
         return -1;
     }
-    QEL_REQUIRE(self, pucData, -1);
+    QEL_REQUIRE(pucData, -1);
     const uint32_t id = BytesToDword(pucData);
     if ((id & 0xFFFFFF) != GD25VQ40C_ANLOGIC_ID) {
         QEL_AUDIT(self, "id(%#X) & 0xffffff is not GD25VQ40C_ANLOGIC_ID (%#X)\n", id,
@@ -174,7 +178,7 @@ int32_t epld_anlogic_ef3_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8
         QEL_AUDIT_TEXT(self, "Anlogic_ReadEpldCfg failed ");
         return -1;
     }
-    QEL_REQUIRE(self, pucData, -1);
+    QEL_REQUIRE(pucData, -1);
     reverseBits(pucData);
     reverseArray(pucData, id_length);
     const uint32_t id = BytesToDword(pucData);
@@ -224,15 +228,15 @@ int32_t epld_i2c_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucD
         return -1;
     }
     if (epld_anlogic_read_deviceId(ptEpldI2cClient, pucData) == 0) {
-        QEL_AUDIT_SUCCESS_TEXT(self, "anlogic read device id sucess\n");
+        QEL_AUDIT_PLAIN_TEXT(self, "anlogic read device id sucess\n");
         return anlogic;
     }
     if (epld_lattice_read_deviceId(ptEpldI2cClient, pucData) == 0) {
-        QEL_AUDIT_SUCCESS_TEXT(self, "lattice read device id sucess\n");
+        QEL_AUDIT_PLAIN_TEXT(self, "lattice read device id sucess\n");
         return lattice;
     }
     if (epld_pango_read_deviceId(ptEpldI2cClient, pucData) == 0) {
-        QEL_AUDIT_SUCCESS_TEXT(self, "pango read device id sucess\n");
+        QEL_AUDIT_PLAIN_TEXT(self, "pango read device id sucess\n");
         return pango;
     }
     return -1;

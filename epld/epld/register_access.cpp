@@ -1,31 +1,13 @@
 // Register access to board logic: an offset of any length, most significant byte first, ahead of
 // the data.
-#include "epld/epld/epld.h"
+#include "bus/message_bytes.h"
+#include "bus/report.h"
+#include "qeli2c.h"
 
 namespace
 {
 
-// The bytes of one write message; a length of 0 goes with a null buffer.
-struct Sent {
-    uint8_t *bytes = nullptr;
-    uint16_t length = 0;
-};
-
-// False when there is no memory. The total was found to fit a message.
-bool lay_out(Sent &sent, uint32_t offset, uint8_t offset_length, const uint8_t *data,
-             uint32_t data_length)
-{
-    sent.length = static_cast<uint16_t>(offset_length + data_length);
-    if (sent.length == 0)
-        return true;
-    sent.bytes = static_cast<uint8_t *>(malloc(sent.length));
-    if (sent.bytes == nullptr)
-        return false;
-    put_big_endian(sent.bytes, offset_length, offset);
-    if (data_length != 0)
-        (void)qel_memcpy_s(sent.bytes + offset_length, data_length, data, data_length);
-    return true;
-}
+constexpr char log_tag[] = "epld";
 
 bool fits(const char *function, uint8_t offset_length, uint32_t data_length)
 {
@@ -48,11 +30,11 @@ void trace_read_data(const uint8_t *data, uint32_t length)
 int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
                             uint32_t dwDataLen, uint8_t *pucData)
 {
-    QEL_REQUIRE("i2c_read_multi_para", client, -1);
+    QEL_REQUIRE(client, -1);
     if (dwDataLen != 0)
-        QEL_REQUIRE("i2c_read_multi_para", pucData, -1);
-    Sent sent;
-    if (lay_out(sent, dwOffsetAddr, ucOffsetLen, nullptr, 0)) {
+        QEL_REQUIRE(pucData, -1);
+    MessageBytes sent;
+    if (lay_out(sent, 0, ucOffsetLen, dwOffsetAddr, nullptr, 0)) {
         i2c_msg messages[2] = {
             {client->addr, 0, sent.length, sent.bytes},
             {client->addr, I2C_M_RD, static_cast<uint16_t>(dwDataLen & 0xFFFF), pucData}};
@@ -73,13 +55,13 @@ int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, ui
 int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
                              uint32_t dwDataLen, const uint8_t *pucData)
 {
-    QEL_REQUIRE("i2c_write_multi_para", client, -1);
-    QEL_REQUIRE("i2c_write_multi_para", pucData, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(pucData, -1);
     if (!fits("i2c_write_multi_para", ucOffsetLen, dwDataLen))
         return -1;
-    Sent sent;
+    MessageBytes sent;
     int32_t ret = -1;
-    if (lay_out(sent, dwOffsetAddr, ucOffsetLen, pucData, dwDataLen)) {
+    if (lay_out(sent, 0, ucOffsetLen, dwOffsetAddr, pucData, dwDataLen)) {
         i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
         ret = ei2c_rdwr_xfer(client, &message, 1);
         free_keeping_errno(sent.bytes);
@@ -97,21 +79,21 @@ int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t 
                                       const uint8_t *pucWriteData, uint8_t *pucReadData)
 {
     const char *const self = "i2c_write_and_read_multi_para";
-    QEL_REQUIRE(self, client, -1);
-    QEL_REQUIRE(self, pdwOffsetAddr, -1);
-    QEL_REQUIRE(self, pdwDataLen, -1);
-    if (pdwDataLen[0] != 0)
-        QEL_REQUIRE(self, pucWriteData, -1);
-    if (pdwDataLen[1] != 0)
-        QEL_REQUIRE(self, pucReadData, -1);
+    QEL_REQUIRE(client, -1);
+    QEL_REQUIRE(pdwOffsetAddr, -1);
+    QEL_REQUIRE(pdwDataLen, -1);
     if (!fits(self, ucOffsetLen, pdwDataLen[0]))
         return -1;
-    Sent written;
-    if (!lay_out(written, pdwOffsetAddr[0], ucOffsetLen, pucWriteData, pdwDataLen[0]))
+    if (pdwDataLen[0] != 0)
+        QEL_REQUIRE(pucWriteData, -1);
+    if (pdwDataLen[1] != 0)
+        QEL_REQUIRE(pucReadData, -1);
+    MessageBytes written;
+    if (!lay_out(written, 0, ucOffsetLen, pdwOffsetAddr[0], pucWriteData, pdwDataLen[0]))
         return -1;
-    Sent offset;
+    MessageBytes offset;
     int32_t ret = -1;
-    if (lay_out(offset, pdwOffsetAddr[1], ucOffsetLen, nullptr, 0)) {
+    if (lay_out(offset, 0, ucOffsetLen, pdwOffsetAddr[1], nullptr, 0)) {
         i2c_msg set0 = {client->addr, 0, written.length, written.bytes};
         i2c_msg set1[2] = {
             {client->addr, 0, offset.length, offset.bytes},
