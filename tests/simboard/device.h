@@ -18,10 +18,8 @@ using Bytes = std::vector<uint8_t>;
 class Device
 {
 public:
-    explicit Device(unsigned bus)
-        : fd_(open(("/dev/i2c-" + std::to_string(bus)).c_str(), O_RDWR | O_CLOEXEC))
-    {
-    }
+    explicit Device(unsigned bus) : Device("/dev/i2c-" + std::to_string(bus), O_RDWR) {}
+    Device(const std::string &path, int flags) : fd_(open(path.c_str(), flags | O_CLOEXEC)) {}
     ~Device() { close(fd_); }
     Device(const Device &) = delete;
     Device &operator=(const Device &) = delete;

@@ -1,13 +1,18 @@
 // Reads register 0 of the device that an inherited descriptor is set to; the register is the exit
-// status.
+// status. With "plain" behind it, the register that the device's pointer stands on, by read.
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
 int main(int argc, char **argv)
 {
+    if (argc == 3) {
+        unsigned char byte = 0;
+        return read(std::atoi(argv[1]), &byte, 1) == 1 ? byte : 255;
+    }
     i2c_smbus_data data = {};
     i2c_smbus_ioctl_data request = {I2C_SMBUS_READ, 0, I2C_SMBUS_BYTE_DATA, &data};
     return argc == 2 && ioctl(std::atoi(argv[1]), I2C_SMBUS, &request) == 0 ? data.byte : 255;
