@@ -11,6 +11,7 @@ target_include_directories(qeli2c_tool_parts PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_
 target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description)
 
 add_executable(qeli2c_program
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/get.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp

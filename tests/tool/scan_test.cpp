@@ -3,7 +3,9 @@
 
 #include "simboard/testing.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 
 using simboard::testing::Board;
 using simboard::testing::reference_board;
@@ -11,89 +13,13 @@ using simboard::testing::reference_board;
 namespace
 {
 
-constexpr char REFERENCE_TREE[] = R"(bus 0
-|-- 0x20  board-status (registers)
-`-- 0x50  fru-eeprom (at24c512)
-bus 1
-|-- 0x51  psu-eeprom (at24c512)
-|-- 0x58  psu0 (registers)
-`-- 0x59  psu1 (registers)
-bus 2
-|-- 0x48  thermal (registers)
-`-- 0x70  sw-fan (pca9548)
-    |-- channel 0
-    |   `-- 0x2c  fan0 (registers)
-    |-- channel 1
-    |   `-- 0x2c  fan1 (registers)
-    |-- channel 2
-    |   `-- 0x50  fan-eeprom (at24c512)
-    `-- channels 3-7: nothing
-bus 3
-|-- 0x54  clock-eeprom (at24c512)
-`-- 0x6a  clock (registers)
-bus 4
-|-- 0x57  main-eeprom (at24c512)
-|-- 0x60  main-registers (registers)
-`-- 0x70  sw-main (pca9548)
-    |-- channel 0
-    |   `-- 0x20  slot0-registers (registers)
-    |-- channel 1
-    |   `-- 0x20  slot1-registers (registers)
-    |-- channel 2
-    |   `-- 0x53  slot-eeprom (at24c512)
-    |-- channel 5
-    |   |-- 0x21  riser-registers (registers)
-    |   `-- 0x71  sw-riser (pca9548)
-    |       |-- channel 0
-    |       |   `-- 0x40  port0-registers (registers)
-    |       |-- channel 3
-    |       |   |-- 0x22  id-registers (registers)
-    |       |   `-- 0x50  id-eeprom (at24c512)
-    |       |-- channel 7
-    |       |   `-- 0x52  log-eeprom (at24c512)
-    |       `-- channels 1-2, 4-6: nothing
-    `-- channels 3-4, 6-7: nothing
-bus 5
-`-- 0x72  sw-optics (pca9548)
-    |-- channel 0
-    |   `-- 0x50  optic0 (registers)
-    |-- channel 1
-    |   `-- 0x50  optic1 (registers)
-    |-- channel 2
-    |   `-- 0x50  optic2 (registers)
-    |-- channel 3
-    |   `-- 0x50  optic3 (registers)
-    `-- channels 4-7: nothing
-bus 6
-|-- 0x21  backplane-registers (registers)
-`-- 0x70  sw-backplane (pca9548)
-    |-- channel 2
-    |   `-- 0x73  sw-card (pca9548)
-    |       |-- channel 1
-    |       |   |-- 0x30  card-registers (registers)
-    |       |   `-- 0x56  card-eeprom (at24c512)
-    |       `-- channels 0, 2-7: nothing
-    `-- channels 0-1, 3-7: nothing
-bus 7
-|-- 0x30  scratch-registers (registers)
-`-- 0x50  scratch-eeprom (at24c512)
-bus 8
-`-- 0x40  monitor8 (registers)
-bus 9
-`-- 0x40  monitor9 (registers)
-bus 10
-`-- 0x40  monitor10 (registers)
-bus 11
-`-- 0x40  monitor11 (registers)
-bus 12
-`-- 0x40  monitor12 (registers)
-bus 13
-`-- 0x40  monitor13 (registers)
-bus 14
-`-- 0x40  monitor14 (registers)
-bus 15
-`-- 0x10  bmc-registers (registers)
-)";
+// Made by "LC_ALL=C qeli2c-sim run --board boards/reference.json -- qeli2c scan" and read against
+// the board file.
+std::string reference_scan()
+{
+    std::ifstream file(QELI2C_TEST_DATA "/reference_scan.txt");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 constexpr char SMALL_BOARD[] = R"({ "name": "small", "buses": [ { "bus": 3, "devices": [
   { "name": "sw", "type": "pca9548", "address": "0x70", "channels": {
@@ -114,7 +40,7 @@ TEST(Scan, OfTheReferenceBoardFindsEveryDeviceOnceAndLeavesEveryPathClosed)
     Board board(reference_board());
     const Ended ended = run("qeli2c scan");
     EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out, REFERENCE_TREE);
+    EXPECT_EQ(ended.out, reference_scan());
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(board.wrongs(), "");
     for (const char *name :

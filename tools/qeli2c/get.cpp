@@ -1,4 +1,5 @@
 // qeli2c get: reads registers, or an EEPROM's bytes.
+#include "command_line.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "number.h"
@@ -7,9 +8,6 @@
 #include "tool.h"
 #include "transfer.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
@@ -133,18 +131,19 @@ void get(const GetArguments &arguments, const Options &options)
 void add_get(CLI::App &app, Tool &tool)
 {
     auto arguments = std::make_shared<GetArguments>();
-    CLI::App *command = app.add_subcommand("get", "Read registers or memory of a device");
-    command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command->add_option("REGISTER [COUNT]", arguments->numbers,
-                        "Register, then how many values to read");
-    add_access_options(*command, arguments->access);
-    command->footer("Without REGISTER, or with --offset-width 0 (then the number is COUNT),\n"
+    CLI::App &command =
+        add_command(app, "get", "Read registers or memory of a device",
+                    "Without REGISTER, or with --offset-width 0 (then the number is COUNT),\n"
                     "no register number is sent. Register number and values travel in one\n"
                     "combined transfer. The offset width comes from the device's type where\n"
-                    "that is known: 2 for an at24c512, 0 for a pca9548, else 1.");
-    command->callback([arguments, &tool] {
-        tool.action = [arguments, &tool] { get(*arguments, tool.options); };
-    });
+                    "that is known: 2 for an at24c512, 0 for a pca9548, else 1.",
+                    [arguments, &tool] {
+                        tool.action = [arguments, &tool] { get(*arguments, tool.options); };
+                    });
+    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
+    add_arguments(command, "REGISTER [COUNT]", arguments->numbers,
+                  "Register, then how many values to read", Number::any);
+    add_access_options(command, arguments->access);
 }
 
 } // namespace tool

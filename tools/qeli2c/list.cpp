@@ -1,11 +1,9 @@
 // qeli2c list: what the board file knows.
+#include "command_line.h"
 #include "failure.h"
 #include "output.h"
 #include "tool.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
@@ -57,8 +55,8 @@ void list(const Options &options)
 
 void add_list(CLI::App &app, Tool &tool)
 {
-    CLI::App *command = app.add_subcommand("list", "Show the devices the board file describes");
-    command->callback([&tool] { tool.action = [&tool] { list(tool.options); }; });
+    add_command(app, "list", "Show the devices the board file describes", "",
+                [&tool] { tool.action = [&tool] { list(tool.options); }; });
 }
 
 } // namespace tool

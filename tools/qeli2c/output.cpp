@@ -87,6 +87,8 @@ std::string delicate(const Target &target)
         return "the switch";
     if (target.type == "at24c512" || (target.type.empty() && address >= 0x50 && address <= 0x57))
         return "the EEPROM";
+    if (target.type.starts_with("epld"))
+        return "the logic device";
     return "";
 }
 

@@ -30,8 +30,9 @@ void print_bytes(const std::vector<uint8_t> &bytes);
 // person is at the terminal and --yes was not given. Fails when the answer is no.
 void announce(const Options &options, const std::string &what);
 
-// What to call a target whose registers are not to be written lightly, "the EEPROM" or "the
-// switch"; empty for any other. A device the board file does not describe is judged by its address.
+// What to call a target whose registers are not to be written lightly, "the EEPROM", "the switch"
+// or "the logic device"; empty for any other. One the board file does not describe is judged by its
+// address.
 std::string delicate(const Target &target);
 
 // One line that is overwritten by the next, on a terminal only; an empty text removes it.

@@ -1,12 +1,9 @@
 // The options get and set share, and the bytes they stand for.
 #include "register_access.h"
 
+#include "command_line.h"
 #include "failure.h"
 #include "number.h"
-
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 
 namespace tool
 {
@@ -25,16 +22,13 @@ uint32_t usual_offset_width(const std::string &type)
 
 void add_access_options(CLI::App &command, AccessOptions &options)
 {
-    command
-        .add_option("-w,--offset-width", options.offset_width,
-                    "Bytes of the register number, 0 to 4")
-        ->type_name("N");
-    command.add_flag("--word", options.word, "Values are 16 bits wide");
-    command.add_option("--order", options.order, "Byte order of words: little or big")
-        ->type_name("ORDER")
-        ->check(CLI::IsMember({"little", "big"}).description(""));
-    command.add_flag("--smbus", options.smbus, "SMBus byte or word command, one value");
-    command.add_flag("--pec", options.pec, "SMBus packet error checking");
+    add_option(command, "-w,--offset-width", options.offset_width, "N",
+               "Bytes of the register number, 0 to 4");
+    add_flag(command, "--word", options.word, "Values are 16 bits wide");
+    add_option(command, "--order", options.order, "ORDER", "Byte order of words: little or big",
+               {"little", "big"});
+    add_flag(command, "--smbus", options.smbus, "SMBus byte or word command, one value");
+    add_flag(command, "--pec", options.pec, "SMBus packet error checking");
 }
 
 Access make_access(const AccessOptions &options, const Target &target)

@@ -1,15 +1,13 @@
 // qeli2c scan: finds the devices on buses and behind the switches the board file describes.
 #include "scan.h"
 
+#include "command_line.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "number.h"
 #include "output.h"
 #include "tool.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -141,17 +139,19 @@ void scan(const ScanArguments &arguments, const Options &options)
 void add_scan(CLI::App &app, Tool &tool)
 {
     auto arguments = std::make_shared<ScanArguments>();
-    CLI::App *command = app.add_subcommand("scan", "Find the devices on buses and behind switches");
-    command->add_option("BUS...", arguments->buses, "Buses; all of the board file if none");
-    command->add_flag("--grid", arguments->grid, "A grid of addresses for each bus and channel");
-    command->add_flag("--read", arguments->read, "Probe by reading a byte everywhere");
-    command->footer("Addresses 0x08 to 0x77 are probed with a quick write, 0x30 to 0x37 and\n"
+    CLI::App &command =
+        add_command(app, "scan", "Find the devices on buses and behind switches",
+                    "Addresses 0x08 to 0x77 are probed with a quick write, 0x30 to 0x37 and\n"
                     "0x50 to 0x5f by reading a byte, as a write could harm what usually sits\n"
                     "there. UU: a kernel driver owns the address. In a grid, '..' marks what\n"
-                    "answers already in front of the switch.");
-    command->callback([arguments, &tool] {
-        tool.action = [arguments, &tool] { scan(*arguments, tool.options); };
-    });
+                    "answers already in front of the switch.",
+                    [arguments, &tool] {
+                        tool.action = [arguments, &tool] { scan(*arguments, tool.options); };
+                    });
+    add_arguments(command, "BUS...", arguments->buses, "Buses; all of the board file if none",
+                  Number::any);
+    add_flag(command, "--grid", arguments->grid, "A grid of addresses for each bus and channel");
+    add_flag(command, "--read", arguments->read, "Probe by reading a byte everywhere");
 }
 
 } // namespace tool

@@ -1,4 +1,5 @@
 // qeli2c set: writes registers, or an EEPROM's bytes page by page.
+#include "command_line.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "number.h"
@@ -7,9 +8,6 @@
 #include "tool.h"
 #include "transfer.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -161,20 +159,20 @@ void set(const SetArguments &arguments, const Options &options)
 void add_set(CLI::App &app, Tool &tool)
 {
     auto arguments = std::make_shared<SetArguments>();
-    CLI::App *command = app.add_subcommand("set", "Write registers or memory of a device");
-    command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command
-        ->add_option("[REGISTER] VALUE...", arguments->numbers,
-                     "Register, then the values to write")
-        ->required();
-    add_access_options(*command, arguments->access);
-    command->footer("All values go in one message that starts with the register number. With\n"
+    CLI::App &command =
+        add_command(app, "set", "Write registers or memory of a device",
+                    "All values go in one message that starts with the register number. With\n"
                     "--offset-width 0 none is sent and every number is a value. An at24c512 is\n"
-                    "written page by page, waiting for each write cycle. Writes to switches and\n"
-                    "EEPROMs are announced, and asked about at a terminal; -y goes on.");
-    command->callback([arguments, &tool] {
-        tool.action = [arguments, &tool] { set(*arguments, tool.options); };
-    });
+                    "written page by page, waiting for each write cycle. Writes to switches,\n"
+                    "EEPROMs and logic devices are announced, and asked about at a terminal;\n"
+                    "-y goes on.",
+                    [arguments, &tool] {
+                        tool.action = [arguments, &tool] { set(*arguments, tool.options); };
+                    });
+    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
+    add_arguments(command, "[REGISTER] VALUE...", arguments->numbers,
+                  "Register, then the values to write", Number::at_least_one);
+    add_access_options(command, arguments->access);
 }
 
 } // namespace tool

@@ -1,13 +1,11 @@
 // qeli2c xfer: raw messages in one combined transfer.
+#include "command_line.h"
 #include "interrupt.h"
 #include "messages.h"
 #include "output.h"
 #include "tool.h"
 #include "transfer.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -73,17 +71,19 @@ void xfer(const XferArguments &arguments, const Options &options)
 void add_xfer(CLI::App &app, Tool &tool)
 {
     auto arguments = std::make_shared<XferArguments>();
-    CLI::App *command = app.add_subcommand("xfer", "Send raw messages in one combined transfer");
-    command->add_option("DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name")->required();
-    command->add_option("MESSAGE...", arguments->words, "w BYTE..., wN BYTE... or rN")->required();
-    command->add_flag("--once", arguments->once, "Try once; the default is up to four tries");
-    command->footer("w writes the bytes that follow it; wN also checks that there are N. rN\n"
+    CLI::App &command =
+        add_command(app, "xfer", "Send raw messages in one combined transfer",
+                    "w writes the bytes that follow it; wN also checks that there are N. rN\n"
                     "reads N bytes. Between messages goes a repeated START, one STOP ends all.\n"
                     "Each read message is printed on lines of its own.\n"
-                    "Example: qeli2c xfer 4/0x70.5/0x50 w 0x00 0x10 r4");
-    command->callback([arguments, &tool] {
-        tool.action = [arguments, &tool] { xfer(*arguments, tool.options); };
-    });
+                    "Example: qeli2c xfer 4/0x70.5/0x50 w 0x00 0x10 r4",
+                    [arguments, &tool] {
+                        tool.action = [arguments, &tool] { xfer(*arguments, tool.options); };
+                    });
+    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
+    add_arguments(command, "MESSAGE...", arguments->words, "w BYTE..., wN BYTE... or rN",
+                  Number::at_least_one);
+    add_flag(command, "--once", arguments->once, "Try once; the default is up to four tries");
 }
 
 } // namespace tool
