@@ -30,6 +30,7 @@ const char *name_or_mark(const char *name)
 
 // Like vsnprintf: writes at most `size` bytes with the NUL and returns the length of the whole
 // line, negative when it cannot be formatted.
+QELPLATFORM_PRINTF(4, 0)
 int64_t compose(char *buffer, size_t size, const Origin *origin, const char *format, va_list args)
 {
     int64_t length = 0;
@@ -54,6 +55,7 @@ void write_terminated(Sink sink, uint32_t level, char *line, size_t length)
     write_log_line(sink, level, line, length);
 }
 
+QELPLATFORM_PRINTF(4, 0)
 void put_line(uint32_t level, Sink sink, const Origin *origin, const char *format, va_list args)
 {
     const int callers_errno = errno;
@@ -85,8 +87,7 @@ void put_line(uint32_t level, Sink sink, const Origin *origin, const char *forma
     errno = callers_errno;
 }
 
-void put_origin_line(uint32_t level, Sink sink, const Origin *origin, const char *format, ...)
-    QELPLATFORM_PRINTF(4, 5);
+QELPLATFORM_PRINTF(4, 5)
 void put_origin_line(uint32_t level, Sink sink, const Origin *origin, const char *format, ...)
 {
     va_list args;

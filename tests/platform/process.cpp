@@ -47,11 +47,11 @@ void wait_until(const std::function<bool()> &condition)
 namespace
 {
 
-std::atomic<int> handled{0};
+const Shared<std::atomic<int>> handled;
 
 void count_signal(int)
 {
-    handled.fetch_add(1);
+    handled->fetch_add(1);
 }
 
 void set_timer(suseconds_t microseconds)
@@ -66,7 +66,6 @@ void set_timer(suseconds_t microseconds)
 
 SignalStorm::SignalStorm()
 {
-    handled = 0;
     struct sigaction action = {};
     action.sa_handler = count_signal;
     sigaction(SIGALRM, &action, nullptr);
@@ -77,11 +76,22 @@ SignalStorm::~SignalStorm()
 {
     set_timer(0);
     signal(SIGALRM, SIG_IGN);
+    handled->store(0);
 }
 
 int SignalStorm::signals()
 {
-    return handled;
+    return handled->load();
+}
+
+void SignalStorm::wait_for_signals()
+{
+#ifdef __SANITIZE_THREAD__
+    usleep(
+        100'000); // this sanitizer puts handlers off until the call that is interrupted has ended
+#else
+    wait_until([] { return signals() >= 3; });
+#endif
 }
 
 CapturedErrors::CapturedErrors() : memory_(memfd_create("stderr", MFD_CLOEXEC)), original_(dup(2))

@@ -43,7 +43,8 @@ private:
 void wait_until(const std::function<bool()> &condition);
 
 // While it exists, this process receives a SIGALRM every two milliseconds, handled without
-// SA_RESTART.
+// SA_RESTART. There is one storm at a time; its count is common to a process and the children it
+// started before.
 class SignalStorm
 {
 public:
@@ -51,7 +52,8 @@ public:
     ~SignalStorm();
     SignalStorm(const SignalStorm &) = delete;
     SignalStorm &operator=(const SignalStorm &) = delete;
-    static int signals(); // handled so far
+    static int signals();           // handled so far
+    static void wait_for_signals(); // until a few have been handled
 };
 
 // While it exists, standard error of this process goes to memory.

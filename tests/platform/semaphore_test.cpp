@@ -95,11 +95,9 @@ TEST_F(Semaphore, WaitingSurvivesSignals)
         ASSERT_EQ(OAL_SemLockBySemId(id, kForever), 0);
         const pid_t waiter = start_child([&] {
             const SignalStorm storm;
-            const int32_t result = OAL_SemLockBySemId(id, limit);
-            return result == 0 && SignalStorm::signals() > 0 ? 0 : 1;
+            return OAL_SemLockBySemId(id, limit);
         });
-        wait_until([this] { return waiters_for(key) == 1; });
-        usleep(30'000); // time for signals to arrive
+        SignalStorm::wait_for_signals();
         EXPECT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
         EXPECT_EQ(end_of(waiter), 0);
     }
