@@ -134,18 +134,23 @@ static void show_eplds(void)
         {"card-epld0", 6, 0x41, 0x00700073, 0x00020000, 2},
         {"card-epld3", 6, 0x41, 0x00700073, 0x00020004, 3},
     };
+    enum { count = sizeof eplds / sizeof eplds[0] };
+    int32_t found[count];
+    uint8_t id[count][4] = {{0}};
     size_t i;
 
-    puts("EPLDs");
-    for (i = 0; i < sizeof eplds / sizeof eplds[0]; i++) {
+    puts("EPLDs (the probe tells on this line which transfers were refused)");
+    for (i = 0; i < count; i++) {
         const ei2c_client client =
             device(eplds[i].bus, eplds[i].addr, eplds[i].swi_addr, eplds[i].swi_chnl);
-        uint8_t id[4] = {0};
-        const int32_t vendor = epld_i2c_read_deviceId(&client, id);
-        printf("  %-17s %-8s id %02x %02x %02x %02x\n", eplds[i].name,
-               vendor > 0 ? vendors[vendor] : "no answer", id[0], id[1], id[2], id[3]);
-        failures += vendor != eplds[i].vendor;
+        found[i] = epld_i2c_read_deviceId(&client, id[i]);
+        failures += found[i] != eplds[i].vendor;
     }
+    putchar('\n');
+    for (i = 0; i < count; i++)
+        printf("  %-17s %-9s id %02x %02x %02x %02x\n", eplds[i].name,
+               found[i] > 0 ? vendors[found[i]] : "no answer", id[i][0], id[i][1], id[i][2],
+               id[i][3]);
 }
 
 static void show_buses(void)
