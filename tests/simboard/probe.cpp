@@ -1,14 +1,23 @@
-// Reads register 0 of the device that an inherited descriptor is set to; the register is the exit
-// status. With "plain" behind it, the register that the device's pointer stands on, by read.
+// What only shows in a program of its own. With a number, reads register 0 of the device that the
+// inherited descriptor of that number is set to; the register is the exit status. With "plain"
+// behind it, the register that the device's pointer stands on, by read. With "semaphore", makes the
+// semaphore of bus 0 and prints its id.
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/ioctl.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 int main(int argc, char **argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "semaphore") == 0) {
+        std::printf("%d\n", semget(0x3060, 1, IPC_CREAT | 0600));
+        return 0;
+    }
     if (argc == 3) {
         unsigned char byte = 0;
         return read(std::atoi(argv[1]), &byte, 1) == 1 ? byte : 255;
