@@ -110,8 +110,7 @@ TEST_P(RetryLoop, FollowsEveryPatternOfFailures)
     const ei2c_client device = model::device_behind(switches, 3);
     warm_up(3);
     int serial = 0;
-    for (const auto &tries :
-         model::sequences(switches, call.parts, call.parts == 2 || !call.locks)) {
+    for (const auto &tries : model::sequences(switches, call.parts)) {
         compare(call, device, tries, ++serial);
         if (HasFailure())
             return;

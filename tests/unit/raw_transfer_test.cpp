@@ -257,8 +257,9 @@ TEST(AuditOfMessages, RecordsExactlyTheWatchedWrite)
             SCOPED_TRACE(row.what);
             warm_up(row.bus);
             Bytes bytes = row.bytes;
+            bytes.push_back(0xb0); // no part of the message
             i2c_msg msgs[2] = {
-                {row.addr, row.flags, static_cast<uint16_t>(bytes.size()), bytes.data()},
+                {row.addr, row.flags, static_cast<uint16_t>(row.bytes.size()), bytes.data()},
                 {row.addr, 0, 0, nullptr}};
             Story story = {row.bus};
             const int expected =

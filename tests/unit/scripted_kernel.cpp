@@ -14,10 +14,10 @@
 #include <linux/i2c-dev.h>
 #include <mutex>
 #include <pthread.h>
-#include <regex>
 #include <sched.h>
 #include <set>
 #include <sys/mman.h>
+#include <thread>
 #include <unistd.h>
 
 #define WITH_ARGUMENTS(text)                                                                       \
@@ -118,6 +118,9 @@ Event happen(const std::string &text, int usual_result)
 Event request(const std::string &text, int usual_result = 0)
 {
     const Event answer = happen(text, usual_result);
+    if (state.mode == Mode::observing)
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(1)); // other threads get here meanwhile
     if (answer.meanwhile)
         answer.meanwhile();
     if (answer.error != 0)
@@ -143,15 +146,26 @@ void note(const std::string &text)
 std::string without_line(std::string text)
 {
     const size_t bracket = text.find(']');
-    const size_t colon = text.rfind(':', bracket); // "[err:name:line]" has two
-    if (text.empty() || text[0] != '[' || bracket == std::string::npos ||
-        colon == std::string::npos)
+    if (!text.starts_with('[') || bracket == std::string::npos)
         return text;
-    const std::string number = text.substr(colon + 1, bracket - colon - 1);
+    const size_t colon = text.rfind(':', bracket); // "[err:name:line]" has two
+    const std::string number = colon < bracket ? text.substr(colon + 1, bracket - colon - 1) : "";
+    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos)
+        return text + " (without a line number)";
     text.erase(colon, bracket - colon);
     for (const std::string &shown : {"line: " + number + ",", " " + number + "]"})
         if (const size_t at = text.find(shown); at != std::string::npos)
             text.replace(text.find(number, at), number.size(), "#");
+    return text;
+}
+
+// The same for a text without a tag that begins with "line: number,".
+std::string without_leading_line(std::string text)
+{
+    const size_t comma = text.find(',');
+    if (text.starts_with("line: ") && text[6] != '0' &&
+        text.find_first_not_of("0123456789", 6) == comma)
+        text.replace(6, comma - 6, "#");
     return text;
 }
 
@@ -213,6 +227,8 @@ int answer_ioctl(int fd, unsigned long code, void *argument)
         return request_unlocked(set_pec(fd, static_cast<unsigned>(value)).text).result;
     if (code == I2C_RDWR) {
         const auto &data = *static_cast<i2c_rdwr_ioctl_data *>(argument);
+        if (data.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS)
+            return request(printed("ioctl %d I2C_RDWR of too many messages", fd), -1).result;
         const Event answer =
             request_unlocked(printed("ioctl %d I2C_RDWR ", fd) + describe(data.msgs, data.nmsgs),
                              static_cast<int>(data.nmsgs));
@@ -509,7 +525,7 @@ void _ssp_info(uint32_t level, const char *file, uint32_t, const char *function,
 int qel_printf_s(const char *format, ...)
 {
     WITH_ARGUMENTS(text);
-    note("stdout " + std::regex_replace(text, std::regex("^line: [1-9][0-9]*,"), "line: #,"));
+    note("stdout " + without_leading_line(text));
     return static_cast<int>(text.size());
 }
 
@@ -660,6 +676,7 @@ unsigned __wrap_sleep(unsigned seconds)
     if (state.mode == Mode::idle)
         return __real_sleep(seconds);
     note(printed("sleep %u", seconds));
+    errno = EDOM; // as with the releases
     return 0;
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)

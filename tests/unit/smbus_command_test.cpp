@@ -22,15 +22,15 @@ Bytes counted(size_t count, size_t shown_as, uint8_t first = 1)
     return area;
 }
 
-Bytes outgoing(
-    size_t length) // as a caller has them: the exact length, so that a sanitizer sees one byte more
+// As a caller has them: the exact length, so that a sanitizer sees one byte more.
+Bytes outgoing(size_t length)
 {
     Bytes bytes = counted(length, 0);
     bytes.erase(bytes.begin());
     return bytes;
 }
 
-// The one locked transaction a command is, on a bus that is ready.
+// The one locked transaction a command is, on a bus and a device that are known.
 Story transaction(unsigned direction, unsigned command, unsigned size, const Bytes &area,
                   const Bytes &reply = {}, bool locked = true)
 {
@@ -45,182 +45,82 @@ Story transaction(unsigned direction, unsigned command, unsigned size, const Byt
     return story;
 }
 
-TEST(Command, SendsItsAreaAndNothingElse)
+int32_t read_word(uint8_t *buffer)
 {
-    const Bytes long_block = outgoing(300);
-    const Bytes block = outgoing(5);
-    const struct {
-        const char *what;
-        unsigned command, size;
-        Bytes area;
-        std::function<int32_t()> run;
-        bool locked = true;
-    } rows[] = {
-        {"write_byte", 0x5a, 1, {}, [] { return ei2c_smbus_write_byte(&device, 0x5a); }},
-        {"write_byte_data",
-         7,
-         2,
-         {0x9c},
-         [] { return ei2c_smbus_write_byte_data(&device, 7, 0x9c); }},
-        {"write_byte_data_without_lock",
-         7,
-         2,
-         {0x9c},
-         [] { return ei2c_smbus_write_byte_data_without_lock(&device, 7, 0x9c); },
-         false},
-        {"write_word_data",
-         7,
-         3,
-         {0x34, 0x12},
-         [] { return ei2c_smbus_write_word_data(&device, 7, 0x1234); }},
-        {"write_block_data", 7, 5, counted(5, 5),
-         [&] { return ei2c_smbus_write_block_data(&device, 7, 5, block.data()); }},
-        {"write_block_data, 300 bytes", 7, 5, counted(253, 253),
-         [&] { return ei2c_smbus_write_block_data(&device, 7, 300, long_block.data()); }},
-        {"write_block_data, length of all ones", 7, 5, counted(253, 253),
-         [&] { return ei2c_smbus_write_block_data(&device, 7, 0xffffffff, long_block.data()); }},
-        {"write_block_data, nothing",
-         7,
-         5,
-         {0},
-         [] { return ei2c_smbus_write_block_data(&device, 7, 0, nullptr); }},
-        {"write_i2c_block_data", 7, 8, counted(5, 5),
-         [&] { return ei2c_smbus_write_i2c_block_data(&device, 7, 5, block.data()); }},
-        {"write_i2c_block_data, 254 bytes", 7, 8, counted(253, 253),
-         [&] { return ei2c_smbus_write_i2c_block_data(&device, 7, 254, long_block.data()); }},
-        {"write_i2c_block_data, nothing",
-         7,
-         8,
-         {0},
-         [] { return ei2c_smbus_write_i2c_block_data(&device, 7, 0, nullptr); }},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.what);
-        const Story story = transaction(0, row.command, row.size, row.area, {}, row.locked);
-        EXPECT_PLAY(0, row.run(), story.script);
-        EXPECT_EQ(allocations(), 0U);
-    }
+    uint16_t value = guard << 8 | guard;
+    const int32_t result = ei2c_smbus_read_word_data(&device, 9, &value);
+    buffer[0] = static_cast<uint8_t>(value >> 8);
+    buffer[1] = static_cast<uint8_t>(value);
+    return result;
 }
 
-// A command that reads into a buffer of the test, as rows below run it.
-struct Reading {
+struct Command {
     const char *what;
-    unsigned command, size;
-    Bytes sent, reply;
-    std::function<int32_t(uint8_t *)> run;
-    Bytes received; // what the buffer then starts with; the rest keeps its guard bytes
-    bool locked = true;
+    unsigned direction, command, size;
+    Bytes sent, reply,
+        received; // received: how b then begins; the rest of it keeps its guard bytes
+    std::function<int32_t(uint8_t *b)> run;
+};
+#define ROW(direction, command, size, sent, reply, received, call)                                 \
+    {                                                                                              \
+#call, direction, command, size, sent, reply, received,                                    \
+            []([[maybe_unused]] uint8_t * b) { return call; }                                      \
+    }
+
+const Bytes none;
+const Bytes zero = {0};
+const Bytes five = outgoing(5);
+const Bytes many = outgoing(300);
+const Bytes ten = counted(10, 10); // ten bytes, and a count that says so
+const Bytes full = counted(32, 32);
+const Bytes cut = counted(253, 253);
+constexpr auto *write_block = ei2c_smbus_write_block_data;
+constexpr auto *write_i2c_block = ei2c_smbus_write_i2c_block_data;
+constexpr auto *read_counted_block = qel_ei2c_smbus_read_block_data;
+constexpr auto *process_call = ei2c_smbus_read_block_proc_call_data;
+
+const Command commands[] = {
+    ROW(0, 0x5a, 1, none, none, none, ei2c_smbus_write_byte(&device, 0x5a)),
+    ROW(0, 7, 2, Bytes{0x9c}, none, none, ei2c_smbus_write_byte_data(&device, 7, 0x9c)),
+    ROW(0, 7, 2, Bytes{0x9c}, none, none,
+        ei2c_smbus_write_byte_data_without_lock(&device, 7, 0x9c)),
+    ROW(0, 7, 3, Bytes({0x34, 0x12}), none, none, ei2c_smbus_write_word_data(&device, 7, 0x1234)),
+    ROW(0, 7, 5, counted(5, 5), none, none, write_block(&device, 7, 5, five.data())),
+    ROW(0, 7, 5, cut, none, none, write_block(&device, 7, 300, many.data())),
+    ROW(0, 7, 5, cut, none, none, write_block(&device, 7, 0xffffffff, many.data())),
+    ROW(0, 7, 5, zero, none, none, write_block(&device, 7, 0, nullptr)),
+    ROW(0, 7, 8, counted(5, 5), none, none, write_i2c_block(&device, 7, 5, five.data())),
+    ROW(0, 7, 8, cut, none, none, write_i2c_block(&device, 7, 254, many.data())),
+    ROW(0, 7, 8, zero, none, none, write_i2c_block(&device, 7, 0, nullptr)),
+    ROW(1, 0, 1, none, Bytes{0x81}, Bytes{0x81}, ei2c_smbus_read_byte(&device, b)),
+    ROW(1, 9, 2, none, Bytes{0x81}, Bytes{0x81}, ei2c_smbus_read_byte_data(&device, 9, b)),
+    ROW(1, 9, 2, none, Bytes{0x81}, Bytes{0x81},
+        ei2c_smbus_read_byte_data_without_lock(&device, 9, b)),
+    ROW(1, 9, 3, none, Bytes({0x34, 0x12}), Bytes({0x12, 0x34}), read_word(b)),
+    ROW(1, 9, 5, none, full, full, ei2c_smbus_read_block_data(&device, 9, b, b + 1)),
+    ROW(1, 9, 5, none, zero, zero, ei2c_smbus_read_block_data(&device, 9, b, b + 1)),
+    ROW(1, 9, 5, none, ten, counted(4, 10), read_counted_block(&device, 9, 4, b)),
+    ROW(1, 9, 5, none, ten, ten, read_counted_block(&device, 9, 0xffffffff, b)),
+    ROW(1, 9, 5, none, ten, Bytes{10}, read_counted_block(&device, 9, 0, b)),
+    ROW(1, 9, 5, none, counted(255, 255), counted(255, 255),
+        read_counted_block(&device, 9, 300, b)),
+    ROW(1, 9, 7, counted(5, 5), full, full, process_call(&device, 9, five.data(), 5, b + 1, b)),
+    ROW(1, 9, 7, zero, zero, zero, process_call(&device, 9, nullptr, 0, b + 1, b)),
+    ROW(1, 9, 7, cut, ten, ten, process_call(&device, 9, many.data(), 253, b + 1, b)),
+    ROW(1, 9, 7, cut, ten, ten, process_call(&device, 9, many.data(), 254, b + 1, b)),
 };
 
-std::vector<Reading> readings()
+bool takes_the_bus(const Command &row)
 {
-    static const Bytes request = outgoing(300);
-    static uint8_t count;
-    const auto block = [](uint8_t *buffer) {
-        count = guard;
-        const int32_t result = ei2c_smbus_read_block_data(&device, 9, &count, buffer + 1);
-        buffer[0] = count;
-        return result;
-    };
-    const auto call = [](uint32_t length, uint8_t *buffer) {
-        count = guard;
-        const int32_t result = ei2c_smbus_read_block_proc_call_data(
-            &device, 9, length == 0 ? nullptr : request.data(), length, buffer + 1, &count);
-        buffer[0] = count;
-        return result;
-    };
-    const auto word = [](uint8_t *buffer) {
-        uint16_t value = 0xeeee;
-        const int32_t result = ei2c_smbus_read_word_data(&device, 9, &value);
-        buffer[0] = static_cast<uint8_t>(value >> 8);
-        buffer[1] = static_cast<uint8_t>(value);
-        return result;
-    };
-    return {
-        {"read_byte",
-         0,
-         1,
-         {},
-         {0x81},
-         [](uint8_t *b) { return ei2c_smbus_read_byte(&device, b); },
-         {0x81}},
-        {"read_byte_data",
-         9,
-         2,
-         {},
-         {0x81, 7},
-         [](uint8_t *b) { return ei2c_smbus_read_byte_data(&device, 9, b); },
-         {0x81}},
-        {"read_byte_data_without_lock",
-         9,
-         2,
-         {},
-         {0x81, 7},
-         [](uint8_t *b) { return ei2c_smbus_read_byte_data_without_lock(&device, 9, b); },
-         {0x81},
-         false},
-        {"read_word_data", 9, 3, {}, {0x34, 0x12}, word, {0x12, 0x34}},
-        {"read_block_data", 9, 5, {}, counted(32, 32), block, counted(32, 32)},
-        {"read_block_data, nothing", 9, 5, {}, {0, 1, 2}, block, {0}},
-        {"qel_read_block_data, more than wanted",
-         9,
-         5,
-         {},
-         counted(10, 10),
-         [](uint8_t *b) { return qel_ei2c_smbus_read_block_data(&device, 9, 4, b); },
-         counted(4, 10)},
-        {"qel_read_block_data, less than wanted",
-         9,
-         5,
-         {},
-         counted(10, 2),
-         [](uint8_t *b) { return qel_ei2c_smbus_read_block_data(&device, 9, 0xffffffff, b); },
-         counted(2, 2)},
-        {"qel_read_block_data, count of 255",
-         9,
-         5,
-         {},
-         counted(255, 255),
-         [](uint8_t *b) { return qel_ei2c_smbus_read_block_data(&device, 9, 300, b); },
-         counted(255, 255)},
-        {"qel_read_block_data, none wanted",
-         9,
-         5,
-         {},
-         counted(10, 10),
-         [](uint8_t *b) { return qel_ei2c_smbus_read_block_data(&device, 9, 0, b); },
-         {10}},
-        {"read_block_proc_call_data", 9, 7, counted(3, 3), counted(32, 32, 0x60),
-         [call](uint8_t *b) { return call(3, b); }, counted(32, 32, 0x60)},
-        {"read_block_proc_call_data, nothing both ways",
-         9,
-         7,
-         {0},
-         {0, 9},
-         [call](uint8_t *b) { return call(0, b); },
-         {0}},
-        {"read_block_proc_call_data, 253 bytes sent",
-         9,
-         7,
-         counted(253, 253),
-         {1, 9},
-         [call](uint8_t *b) { return call(253, b); },
-         {1, 9}},
-        {"read_block_proc_call_data, 254 bytes cut",
-         9,
-         7,
-         counted(253, 253),
-         {1, 9},
-         [call](uint8_t *b) { return call(254, b); },
-         {1, 9}},
-    };
+    return std::string(row.what).find("without_lock") == std::string::npos;
 }
 
-TEST(Command, HandsBackWhatTheDeviceSent)
+TEST(Command, SendsItsAreaAndHandsBackTheDevicesAnswer)
 {
-    for (const Reading &row : readings()) {
+    for (const Command &row : commands) {
         SCOPED_TRACE(row.what);
-        const Story story = transaction(1, row.command, row.size, row.sent, row.reply, row.locked);
+        const Story story = transaction(row.direction, row.command, row.size, row.sent, row.reply,
+                                        takes_the_bus(row));
         Bytes expected(320, guard);
         std::copy(row.received.begin(), row.received.end(), expected.begin());
         Bytes buffer(320, guard);
@@ -232,19 +132,20 @@ TEST(Command, HandsBackWhatTheDeviceSent)
 
 TEST(Command, ThatFailsLeavesTheBufferAlone)
 {
-    for (const Reading &row : readings()) {
+    warm_up(device.bus);
+    for (const Command &row : commands) {
         SCOPED_TRACE(row.what);
-        warm_up(device.bus);
+        const auto transfer = [&](Story &story, int, const Fault &fault) {
+            return model::smbus(story, device, row.direction, row.command, row.size, row.sent,
+                                fault, row.reply);
+        };
         Story story = {device.bus};
-        if (row.locked)
+        if (takes_the_bus(row))
             model::take(story);
-        const auto outcome = model::switched_loop(
-            story, device, std::vector<model::Try>(4, {false, false, 1, false, false}),
-            "ui2c_smbus_xfer", [&](Story &s, int, const Fault &fault) {
-                return model::smbus(s, device, 1, row.command, row.size, row.sent, fault,
-                                    row.reply);
-            });
-        if (row.locked)
+        const auto outcome =
+            model::switched_loop(story, device, std::vector<model::Try>(4, {false, false, 1}),
+                                 "ui2c_smbus_xfer", transfer);
+        if (takes_the_bus(row))
             model::release(story);
         Bytes buffer(320, guard);
         EXPECT_PLAY(outcome.result, row.run(buffer.data()), story.script);
@@ -306,23 +207,22 @@ TEST(Command, ReportsAMissingBufferOnceThereIsSomethingToPutThere)
 TEST(WriteThenReadMctp, SendsABlockAndHandsTheResponseThrough)
 {
     warm_up(device.bus);
-    const Bytes request = outgoing(300);
-    for (const auto &[length, cut] : {std::pair(4U, 4U), {300U, 253U}, {0U, 0U}}) {
+    for (const uint32_t length : {4U, 300U, 0U}) {
+        const uint32_t sent = std::min(length, 253U);
         Bytes response(8, guard);
         uint32_t read = 99;
-        Story story = transaction(0, 9, 5, counted(cut, cut), {}, false);
+        Story story = transaction(0, 9, 5, counted(sent, sent), {}, false);
         story.script += read_mctp(61, 3, 0, {7, 8, 9});
-        const uint32_t sent = length;
         EXPECT_PLAY(3,
-                    ei2c_smbus_wtrd_block_data(&device, 61, 9, sent,
-                                               sent == 0 ? nullptr : request.data(),
-                                               response.data(), &read, 0),
+                    ei2c_smbus_wtrd_block_data(&device, 61, 9, length,
+                                               length == 0 ? nullptr : many.data(), response.data(),
+                                               &read, 0),
                     story.script);
         EXPECT_EQ(read, 3U);
         EXPECT_EQ(response, Bytes({7, 8, 9, guard, guard, guard, guard, guard}));
     }
     uint32_t read = 99;
-    EXPECT_PLAY(0, ei2c_smbus_wtrd_block_data(&device, 61, 9, 1, request.data(), nullptr, &read, 1),
+    EXPECT_PLAY(0, ei2c_smbus_wtrd_block_data(&device, 61, 9, 1, many.data(), nullptr, &read, 1),
                 transaction(0, 9, 5, {1, 1}, {}, false).script);
     EXPECT_EQ(read, 0U);
 }
@@ -340,15 +240,12 @@ TEST(WriteThenReadI2c, IsOneCombinedTransferWithTheClientsFlags)
                 {254, 300, false},
                 {0xffffffff, 0xffffffff, false}};
     warm_up(device.bus);
-    const Bytes request = outgoing(300);
     for (const auto &row : rows) {
         SCOPED_TRACE(printed("write %u read %u", row.write, row.read));
         const auto written = static_cast<uint16_t>(std::min(row.write, 253U));
         const auto read = static_cast<uint16_t>(std::min(row.read, 253U));
-        Bytes sent = request;
-        sent.resize(written);
-        Bytes first = sent;
-        first.resize(sent.size() + 1); // the traced byte: 0 in an empty send buffer
+        Bytes first(many.begin(), many.begin() + written);
+        first.resize(written + 1U); // the traced byte: 0 in an empty send buffer
         i2c_msg msgs[] = {{0x2a, QELI2C_CLIENT_PEC, written, first.data()},
                           {0x2a, QELI2C_CLIENT_PEC | I2C_M_RD, read, nullptr}};
         const auto model = [&](Story &story, int, const Fault &fault) {
@@ -366,9 +263,9 @@ TEST(WriteThenReadI2c, IsOneCombinedTransferWithTheClientsFlags)
             std::fill_n(expected.begin(), read, 0x66);
         Bytes buffer(320, guard);
         EXPECT_PLAY(outcome.result,
-                    ei2c_smbus_read_i2c_block_data(
-                        &device, row.write, row.write == 0 ? nullptr : request.data(), row.read,
-                        row.read == 0 ? nullptr : buffer.data()),
+                    ei2c_smbus_read_i2c_block_data(&device, row.write,
+                                                   row.write == 0 ? nullptr : many.data(), row.read,
+                                                   row.read == 0 ? nullptr : buffer.data()),
                     story.script);
         EXPECT_EQ(buffer, expected);
         EXPECT_EQ(allocations(), 0U);

@@ -220,7 +220,7 @@ std::vector<Try> ways(int switches, int parts, bool succeeding)
     return found;
 }
 
-std::vector<std::vector<Try>> sequences(int switches, int parts, bool thin)
+std::vector<std::vector<Try>> sequences(int switches, int parts)
 {
     const std::vector<Try> failures = ways(switches, parts, false);
     const std::vector<Try> successes = ways(switches, parts, true);
@@ -235,7 +235,8 @@ std::vector<std::vector<Try>> sequences(int switches, int parts, bool thin)
             };
             for (const Try &last : successes)
                 add(ended, last);
-            for (const Try &last : thin &&length == 3 ? std::vector<Try>{tries[0]} : failures)
+            const bool repeats = switches == 2 && length == 3;
+            for (const Try &last : repeats ? std::vector<Try>{tries[0]} : failures)
                 add(length == 4 ? ended : longer, last);
         }
         going = std::move(longer);

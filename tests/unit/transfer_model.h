@@ -49,9 +49,11 @@ void release(Story &story, int result = 0);
 /** One try of a locked transfer: which of its steps fail. transfer is 0 or the number of the part
  * that fails. */
 struct Try {
-    bool upstream_select, near_select;
-    int transfer;
-    bool near_deselect, upstream_deselect;
+    bool upstream_select = false;
+    bool near_select = false;
+    int transfer = 0;
+    bool near_deselect = false;
+    bool upstream_deselect = false;
 };
 
 /** Upstream first, up to the first failure; and near first, always both. The result of the last
@@ -60,14 +62,12 @@ int open_path(Story &story, const ei2c_client &device, const Try &attempt, Fault
               bool with_text = true);
 int close_path(Story &story, const ei2c_client &device, const Try &attempt, Faults &faults);
 
-/** The transfer step of a locked call: told which part fails and how, it tells its events and
- * result. */
+/** The transfer step of a locked call: told which part fails and how, it gives its result. */
 using Transfer = std::function<int(Story &, int failing_part, const Fault &)>;
 
 struct Outcome {
     int result;
-    int error; // errno of the request that gave a negative result; 0 when no try came to the
-               // transfer
+    int error; // errno of the last transfer; 0 when no try came to one
 };
 
 /** The whole loop with its summary line. name is that of the raw call in the failure line. */
@@ -78,10 +78,10 @@ Outcome switched_loop(Story &story, const ei2c_client &device, const std::vector
 std::vector<Try> ways(int switches, int parts, bool succeeding);
 
 /**
- * Every sequence of at most four tries of such ways: ended by a success, or four failures. The thin
- * selection leaves out those whose third try differs from the first.
+ * Every sequence of at most four tries of such ways: ended by a success, or four failures. With two
+ * switches the third try fails as the first one did.
  */
-std::vector<std::vector<Try>> sequences(int switches, int parts, bool thin);
+std::vector<std::vector<Try>> sequences(int switches, int parts);
 std::string described(const std::vector<Try> &tries);
 
 /** A device at 0x50: alone, behind 0x71 channel 3, or behind that and 0x70 channel 5. */
