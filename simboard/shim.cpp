@@ -30,7 +30,8 @@ using OpenatCall = int (*)(int, const char *, int, ...);
 using IoctlCall = int (*)(int, unsigned long, ...);
 using FcntlCall = int (*)(int, int, ...);
 using FlockCall = int (*)(int, int);
-using LockfCall = int (*)(int, int, off_t);
+using LockfCall = int (*)(int, int, long);
+using Lockf64Call = int (*)(int, int, off_t);
 using SemgetCall = int (*)(key_t, int, int);
 
 enum class Place { elsewhere, nowhere, bus, memory };
@@ -413,10 +414,8 @@ int shim_flock(int fd, int operation)
 int shim_lockf(int fd, int operation, long length)
 {
     Descriptor descriptor;
-    return find_device(fd, descriptor) != nullptr
-               ? lock_section(fd, operation, length)
-               : reinterpret_cast<int (*)(int, int, long)>(NEXT(LockfCall, "lockf"))(fd, operation,
-                                                                                     length);
+    return find_device(fd, descriptor) != nullptr ? lock_section(fd, operation, length)
+                                                  : NEXT(LockfCall, "lockf")(fd, operation, length);
 }
 
 int shim_lockf64(int fd, int operation, off_t length)
@@ -424,7 +423,7 @@ int shim_lockf64(int fd, int operation, off_t length)
     Descriptor descriptor;
     return find_device(fd, descriptor) != nullptr
                ? lock_section(fd, operation, length)
-               : NEXT(LockfCall, "lockf64")(fd, operation, length);
+               : NEXT(Lockf64Call, "lockf64")(fd, operation, length);
 }
 
 int shim_semget(key_t key, int count, int flags)

@@ -75,6 +75,18 @@ TEST(Description, ReadsEveryKey)
     EXPECT_EQ(board.devices[2].line, 8U);
 }
 
+TEST(Description, TheExampleOfTheManualIsOne)
+{
+    std::string text;
+    ASSERT_TRUE(simboard::read_text_file(BOARD_FILE_MANUAL, text));
+    const size_t start = text.find("```json\n") + 8;
+    const std::string example = text.substr(start, text.find("```", start) - start);
+    std::vector<DescriptionError> errors;
+    const BoardDescription board = simboard::parse_board_description(example, errors);
+    ASSERT_TRUE(errors.empty()) << simboard::to_string("", errors[0]);
+    EXPECT_EQ(board.devices.size(), 6U);
+}
+
 // A board of one bus with these devices, each row of them on a line of its own from line 2 on.
 std::string with_devices(const std::string &devices)
 {
