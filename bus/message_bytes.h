@@ -25,20 +25,22 @@ inline void put_big_endian(uint8_t *bytes, uint32_t count, uint32_t value)
     }
 }
 
-// Lays out `skipped` bytes for the caller to fill, the offset, and the data: zeros when `data` is
-// null. The sum must fit a message. False when there is no memory; the bytes are the caller's to
-// free.
-inline bool lay_out(MessageBytes &message, uint32_t skipped, uint32_t offset_length,
+// Lays out the command byte unless it is null, the offset, and the data: zeros when `data` is null.
+// The sum must fit a message. False when there is no memory; the bytes are the caller's to free.
+inline bool lay_out(MessageBytes &message, const uint8_t *command, uint32_t offset_length,
                     uint32_t offset, const uint8_t *data, uint32_t data_length)
 {
-    message.length = static_cast<uint16_t>(skipped + offset_length + data_length);
+    const uint32_t command_length = command != nullptr ? 1 : 0;
+    message.length = static_cast<uint16_t>(command_length + offset_length + data_length);
     if (message.length == 0)
         return true;
     message.bytes = static_cast<uint8_t *>(malloc(message.length));
     if (message.bytes == nullptr)
         return false;
-    put_big_endian(message.bytes + skipped, offset_length, offset);
-    uint8_t *behind = message.bytes + skipped + offset_length;
+    if (command != nullptr)
+        message.bytes[0] = *command;
+    put_big_endian(message.bytes + command_length, offset_length, offset);
+    uint8_t *behind = message.bytes + command_length + offset_length;
     if (data_length != 0 && data != nullptr)
         (void)qel_memcpy_s(behind, data_length, data, data_length);
     else if (data_length != 0)

@@ -56,7 +56,7 @@ int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
     QEL_REQUIRE(pucData, -1);
     int32_t ret = -1;
     MessageBytes sent;
-    if (dwDataLen <= longest_message && lay_out(sent, 0, 0, 0, pucData, dwDataLen)) {
+    if (dwDataLen <= longest_message && lay_out(sent, nullptr, 0, 0, pucData, dwDataLen)) {
         i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
         ret = ei2c_rdwr_xfer(client, &message, 1);
         free_keeping_errno(sent.bytes);

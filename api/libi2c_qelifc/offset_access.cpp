@@ -20,9 +20,9 @@ int32_t i2cRead(const ei2c_client *eclient, uint32_t datalen, uint8_t *data, uin
         QEL_REQUIRE(data, -1);
     MessageBytes sent;
     MessageBytes answer;
-    if (!lay_out(sent, 0, offsetlen, offset, nullptr, 0))
+    if (!lay_out(sent, nullptr, offsetlen, offset, nullptr, 0))
         return 0;
-    if (!lay_out(answer, 0, 0, 0, nullptr, datalen)) {
+    if (!lay_out(answer, nullptr, 0, 0, nullptr, datalen)) {
         free(sent.bytes);
         return 0;
     }
@@ -50,7 +50,7 @@ int32_t i2cWrite(const ei2c_client *eclient, uint32_t datalen, const uint8_t *da
     if (datalen != 0)
         QEL_REQUIRE(data, -1);
     MessageBytes sent;
-    if (!lay_out(sent, 0, offsetlen, offset, data, datalen))
+    if (!lay_out(sent, nullptr, offsetlen, offset, data, datalen))
         return 0;
     i2c_msg message = {eclient->addr, 0, sent.length, sent.bytes};
     const int32_t ret = ei2c_rdwr_xfer(eclient, &message, 1);

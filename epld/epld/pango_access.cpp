@@ -9,16 +9,6 @@ namespace
 
 constexpr char log_tag[] = "epld";
 
-// The command byte, the value and the data. The total fits a message.
-bool lay_out_command(MessageBytes &message, uint8_t reg, uint32_t length, uint32_t value,
-                     const uint8_t *data, uint32_t data_length)
-{
-    if (!lay_out(message, 1, length, value, data, data_length))
-        return false;
-    message.bytes[0] = reg;
-    return true;
-}
-
 } // namespace
 
 int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
@@ -31,7 +21,7 @@ int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint
     if (total > longest_message || dwDataLen > longest_message)
         return -1;
     MessageBytes sent;
-    if (!lay_out_command(sent, ucReg, dwOffsetLen, dwOffsetAddr, nullptr, 0))
+    if (!lay_out(sent, &ucReg, dwOffsetLen, dwOffsetAddr, nullptr, 0))
         return -1;
     i2c_msg messages[2] = {{client->addr, 0, sent.length, sent.bytes},
                            {client->addr, I2C_M_RD, static_cast<uint16_t>(dwDataLen), pucData}};
@@ -55,7 +45,7 @@ int32_t pango_i2c_write_multi_para(const ei2c_client *client, uint8_t ucReg, uin
     if (total > longest_message)
         return -1;
     MessageBytes sent;
-    if (!lay_out_command(sent, ucReg, dwOffsetLen, dwOffsetAddr, pucData, dwDataLen))
+    if (!lay_out(sent, &ucReg, dwOffsetLen, dwOffsetAddr, pucData, dwDataLen))
         return -1;
     i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
     const int32_t ret = ei2c_rdwr_xfer(client, &message, 1);
@@ -78,7 +68,7 @@ int32_t pango_i2c_write_or_read_with_nack(const ei2c_client *client, uint8_t ucR
     if (total > longest_message)
         return -1;
     MessageBytes sent;
-    if (!lay_out_command(sent, ucReg, dwValueLen, dwValue, nullptr, 0)) {
+    if (!lay_out(sent, &ucReg, dwValueLen, dwValue, nullptr, 0)) {
         QEL_AUDIT_TEXT("pango_i2c_write_or_read_with_nack", "malloc failed");
         return -1;
     }

@@ -34,7 +34,7 @@ int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, ui
     if (dwDataLen != 0)
         QEL_REQUIRE(pucData, -1);
     MessageBytes sent;
-    if (lay_out(sent, 0, ucOffsetLen, dwOffsetAddr, nullptr, 0)) {
+    if (lay_out(sent, nullptr, ucOffsetLen, dwOffsetAddr, nullptr, 0)) {
         i2c_msg messages[2] = {
             {client->addr, 0, sent.length, sent.bytes},
             {client->addr, I2C_M_RD, static_cast<uint16_t>(dwDataLen & 0xFFFF), pucData}};
@@ -61,7 +61,7 @@ int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, u
         return -1;
     MessageBytes sent;
     int32_t ret = -1;
-    if (lay_out(sent, 0, ucOffsetLen, dwOffsetAddr, pucData, dwDataLen)) {
+    if (lay_out(sent, nullptr, ucOffsetLen, dwOffsetAddr, pucData, dwDataLen)) {
         i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
         ret = ei2c_rdwr_xfer(client, &message, 1);
         free_keeping_errno(sent.bytes);
@@ -89,11 +89,11 @@ int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t 
     if (pdwDataLen[1] != 0)
         QEL_REQUIRE(pucReadData, -1);
     MessageBytes written;
-    if (!lay_out(written, 0, ucOffsetLen, pdwOffsetAddr[0], pucWriteData, pdwDataLen[0]))
+    if (!lay_out(written, nullptr, ucOffsetLen, pdwOffsetAddr[0], pucWriteData, pdwDataLen[0]))
         return -1;
     MessageBytes offset;
     int32_t ret = -1;
-    if (lay_out(offset, 0, ucOffsetLen, pdwOffsetAddr[1], nullptr, 0)) {
+    if (lay_out(offset, nullptr, ucOffsetLen, pdwOffsetAddr[1], nullptr, 0)) {
         i2c_msg set0 = {client->addr, 0, written.length, written.bytes};
         i2c_msg set1[2] = {
             {client->addr, 0, offset.length, offset.bytes},
