@@ -13,6 +13,7 @@ namespace
 ei2c_client device = {3, 0x50, 0, 0, 0, ""};
 ui2c_adapter adapter = {};
 ui2c_switch near_switch = {};
+tpa626_info monitor = {};
 i2c_msg msg = {};
 i2c_msg *sets[2] = {&msg, &msg};
 uint32_t length = 7;
@@ -81,6 +82,40 @@ const struct {
         (nullptr, 1, nullptr, 1, nullptr)),
     ROW("libi2c_qelifc", ei2c_smbus_read_i2c_block_data, "write_buf",
         (&device, 1, nullptr, 1, &byte)),
+    ROW("libi2c_qelifc", i2cRead, "eclient", (nullptr, 1, nullptr, 65536, 0)),
+    ROW("libi2c_qelifc", i2cRead, "data", (&device, 1, nullptr, 1, 0)),
+    ROW("libi2c_qelifc", i2cWrite, "eclient", (nullptr, 65535, nullptr, 1, 0)),
+    ROW("libi2c_qelifc", i2cWrite, "data", (&device, 1, nullptr, 1, 0)),
+    ROW("libi2c_qelifc", i2c_bus_status_check, "status", (16, nullptr)),
+    ROW("pca9535", pca9535_gpio_word_get_output_value, "client", (nullptr, 1, nullptr)),
+    ROW("pca9535", pca9535_gpio_word_get_output_value, "val", (&device, 1, nullptr)),
+    ROW("TPA626", TPA626_GetPower, "i2c_client", (nullptr, 1, nullptr)),
+    ROW("TPA626", TPA626_GetPower, "pfOutReadValue", (&device, 1, nullptr)),
+    ROW("TPA626", TPA626_GetVolt, "i2c_client", (nullptr, nullptr)),
+    ROW("TPA626", TPA626_GetVolt, "pfOutReadValue", (&device, nullptr)),
+    ROW("TPA626", TPA626_GetPowerByInfo, "info", (nullptr, nullptr)),
+    ROW("TPA626", TPA626_GetPowerByInfo, "pfOutReadValue", (&monitor, nullptr)),
+    ROW("TPA626", TPA626_GetVoltByInfo, "info", (nullptr, nullptr)),
+    ROW("TPA626", TPA626_GetVoltByInfo, "pfOutReadValue", (&monitor, nullptr)),
+    ROW("retimer", Retimer_I2CWriteBlockData, "client", (nullptr, 1, nullptr)),
+    ROW("retimer", Retimer_I2CWriteBlockData, "pucData", (&device, 65536, nullptr)),
+    ROW("retimer", Retimer_I2CReadBlockData, "client", (nullptr, 1, 1, nullptr)),
+    ROW("retimer", Retimer_I2CReadBlockData, "pucReaddata", (&device, 1, 0xffffffff, nullptr)),
+    ROW("epld", i2c_read_multi_para, "client", (nullptr, 0, 1, 1, nullptr)),
+    ROW("epld", i2c_write_multi_para, "client", (nullptr, 0, 1, 1, nullptr)),
+    ROW("epld", i2c_write_multi_para, "pucData", (&device, 0, 255, 0xffffffff, nullptr)),
+    ROW("epld", i2c_write_multi_para, "pucData", (&device, 0, 1, 0, nullptr)),
+    ROW("epld", i2c_write_and_read_multi_para, "client",
+        (nullptr, &length, 1, &length, &byte, &byte)),
+    ROW("epld", i2c_write_and_read_multi_para, "pdwOffsetAddr",
+        (&device, nullptr, 1, &length, &byte, &byte)),
+    ROW("epld", i2c_write_and_read_multi_para, "pdwDataLen",
+        (&device, &length, 1, nullptr, &byte, &byte)),
+    ROW("epld", pango_i2c_read_multi_para, "client", (nullptr, 1, 0, 65535, 1, nullptr)),
+    ROW("epld", pango_i2c_write_multi_para, "client", (nullptr, 1, 0, 65535, 1, nullptr)),
+    ROW("epld", pango_i2c_write_or_read_with_nack, "client", (nullptr, 1, 0, 65535, 1)),
+    ROW("epld_subcard", epld_card_epld_read, "client", (nullptr, 1, nullptr, 1)),
+    ROW("epld_subcard", epld_card_epld_read, "buf", (&device, 1, nullptr, 0)),
 };
 
 TEST(NullArgument, IsReportedByNameBeforeAnythingElse)
