@@ -31,6 +31,12 @@ struct Call {
     int32_t (*run)(const ei2c_client *);
 };
 
+// The name of a case in reports; without it they show addresses, which differ from run to run.
+void PrintTo(const Call &call, std::ostream *out)
+{
+    *out << call.name;
+}
+
 using Device = const ei2c_client *;
 const Call one = {"ei2c_rdwr_xfer", "ui2c_rdwr_xfer", 1, 4, true, true, [](Device device) {
                       return ei2c_rdwr_xfer(device, first_set, 2);

@@ -30,12 +30,18 @@ Bytes outgoing(size_t length)
     return bytes;
 }
 
-// The one locked transaction a command is, on a bus and a device that are known.
-Story transaction(unsigned direction, unsigned command, unsigned size, const Bytes &area,
-                  const Bytes &reply = {}, bool locked = true)
+// Afterwards neither the bus nor the device is new to the process.
+void make_known()
 {
     warm_up(device.bus);
     ui2c_to_client(device.bus, device.addr, device.swi_addr, device.swi_chnl);
+}
+
+// The one locked transaction a command is.
+Story transaction(unsigned direction, unsigned command, unsigned size, const Bytes &area,
+                  const Bytes &reply = {}, bool locked = true)
+{
+    make_known();
     Story story = {device.bus};
     if (locked)
         model::take(story);
@@ -132,7 +138,7 @@ TEST(Command, SendsItsAreaAndHandsBackTheDevicesAnswer)
 
 TEST(Command, ThatFailsLeavesTheBufferAlone)
 {
-    warm_up(device.bus);
+    make_known();
     for (const Command &row : commands) {
         SCOPED_TRACE(row.what);
         const auto transfer = [&](Story &story, int, const Fault &fault) {
@@ -206,7 +212,7 @@ TEST(Command, ReportsAMissingBufferOnceThereIsSomethingToPutThere)
 
 TEST(WriteThenReadMctp, SendsABlockAndHandsTheResponseThrough)
 {
-    warm_up(device.bus);
+    make_known();
     for (const uint32_t length : {4U, 300U, 0U}) {
         const uint32_t sent = std::min(length, 253U);
         Bytes response(8, guard);
@@ -239,7 +245,7 @@ TEST(WriteThenReadI2c, IsOneCombinedTransferWithTheClientsFlags)
                 {2, 3, true},
                 {254, 300, false},
                 {0xffffffff, 0xffffffff, false}};
-    warm_up(device.bus);
+    make_known();
     for (const auto &row : rows) {
         SCOPED_TRACE(printed("write %u read %u", row.write, row.read));
         const auto written = static_cast<uint16_t>(std::min(row.write, 253U));
@@ -274,7 +280,7 @@ TEST(WriteThenReadI2c, IsOneCombinedTransferWithTheClientsFlags)
 
 TEST(WriteThenReadI2c, ReportsAMissingBufferAfterTheTransfer)
 {
-    warm_up(device.bus);
+    make_known();
     uint8_t offset = 4;
     i2c_msg msgs[] = {{0x2a, QELI2C_CLIENT_PEC, 1, &offset},
                       {0x2a, QELI2C_CLIENT_PEC | I2C_M_RD, 2, nullptr}};
