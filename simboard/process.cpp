@@ -19,12 +19,15 @@ namespace
 {
 
 struct TaskStatus {
-    char state; // as in /proc/PID/stat, 0 when it could not be read
+    char state;   // as in /proc/PID/stat, 0 when it could not be read
+    bool exiting; // will run no more of its program, and may have given up what it held
     uint64_t start_ticks;
 };
 
-// Field 3 and 22 of proc_pid_stat(5); the name in field 2 may hold anything, so fields count from
-// its last ')'.
+constexpr unsigned long kExiting = 0x4; // PF_EXITING in the kernel's linux/sched.h
+
+// Fields 3, 9 and 22 of proc_pid_stat(5); the name in field 2 may hold anything, so fields count
+// from its last ')'.
 TaskStatus read_status(const char *path)
 {
     TaskStatus status = {};
@@ -47,6 +50,9 @@ TaskStatus read_status(const char *path)
     status.state = field[2];
     for (int number = 2; number < 22 && field != nullptr; number++) {
         field = strchr(field + 1, ' ');
+        if (number == 8 && field != nullptr) {
+            status.exiting = (strtoul(field + 1, nullptr, 10) & kExiting) != 0;
+        }
     }
     if (field != nullptr) {
         status.start_ticks = strtoull(field + 1, nullptr, 10);
@@ -54,9 +60,9 @@ TaskStatus read_status(const char *path)
     return status;
 }
 
-bool is_dead(char state)
+bool is_dead(const TaskStatus &status)
 {
-    return state == 'Z' || state == 'X' || state == 'x';
+    return status.exiting || status.state == 'Z' || status.state == 'X' || status.state == 'x';
 }
 
 bool process_lives(int32_t pid, uint64_t start_ticks)
@@ -67,7 +73,7 @@ bool process_lives(int32_t pid, uint64_t start_ticks)
     char path[32];
     snprintf(path, sizeof(path), "/proc/%d/stat", pid);
     const TaskStatus status = read_status(path);
-    return !is_dead(status.state) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
+    return !is_dead(status) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
 }
 
 void take_record(ProcessRecord &record, int32_t pid, uint64_t start_ticks)
@@ -195,7 +201,7 @@ bool is_alive(const Task &task, uint64_t since_ns)
         const TaskStatus status = read_status(path);
         const uint64_t ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
         const uint64_t since_ticks = since_ns / (1'000'000'000 / ticks_per_second);
-        alive = !is_dead(status.state) && status.start_ticks <= since_ticks;
+        alive = !is_dead(status) && status.start_ticks <= since_ticks;
     }
     errno = saved;
     return alive;
