@@ -1,5 +1,6 @@
 // Tasks killed in the middle of transfers, and tasks that crowd one bus.
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -59,18 +60,27 @@ void check_consistency(Board &board)
     ASSERT_EQ(trace.back().messages[0].bytes.back(), registers[0]);
 }
 
+// Waits until a transfer on bus 7 has begun to change something.
+void wait_for_transfer(Board &board)
+{
+    while (board.view().state->journals[7].count.load() == 0) {
+        sched_yield();
+    }
+}
+
 TEST(KilledTask, LeavesTheBoardAsBeforeItsTransfer)
 {
     Board board(reference_board());
     const Device bus(7);
     std::mt19937 random(20221);
-    std::uniform_int_distribution<long> delay_us(0, 3000);
+    std::uniform_int_distribution<long> delay_us(0, 1000);
     for (int i = 0; i < KILLS; i++) {
         Child child([] {
             std::thread([] { fill_for_ever(); }).detach();
             return true;
         });
         ASSERT_TRUE(child.wait_ready());
+        wait_for_transfer(board);
         const timespec delay = {0, delay_us(random) * 1000};
         nanosleep(&delay, nullptr);
         child.kill_and_reap();
@@ -91,7 +101,8 @@ TEST(KilledTask, CutOffTransferNeverHappened)
         return true;
     });
     ASSERT_TRUE(child.wait_ready());
-    const timespec delay = {0, 100'000'000};
+    wait_for_transfer(board);
+    const timespec delay = {0, 20'000'000};
     nanosleep(&delay, nullptr);
     child.kill_and_reap();
     EXPECT_EQ(board.peek("scratch-registers", 9), before);
