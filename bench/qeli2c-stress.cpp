@@ -8,6 +8,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <initializer_list>
@@ -25,7 +26,7 @@ namespace
 using bench::Plan;
 using bench::Shared;
 
-constexpr std::chrono::microseconds START_POLL(200);
+constexpr std::chrono::microseconds POLL(200);
 
 struct Arguments {
     Plan plan;
@@ -80,7 +81,7 @@ Shared *map_shared(uint32_t workers)
         threads.emplace_back([&plan, &shared, worker = process * plan.threads + i] {
             shared.ready.fetch_add(1);
             while (!shared.go && !shared.stop)
-                std::this_thread::sleep_for(START_POLL);
+                std::this_thread::sleep_for(POLL);
             bench::work(plan, shared, worker);
         });
     for (std::thread &thread : threads)
@@ -106,40 +107,33 @@ std::vector<pid_t> start_children(const Plan &plan, Shared &shared)
     return children;
 }
 
-// Waits for one child, or with WNOHANG only looks; notes the ones that did not end well and stops
-// the others then.
-bool collect(const std::vector<pid_t> &children, int options, Shared &shared,
-             bench::Outcome &outcome)
+// Whether children still run. Those that did not end well are noted, and the others stopped then.
+bool still_running(const std::vector<pid_t> &children, Shared &shared, bench::Outcome &outcome)
 {
     int status = 0;
     pid_t child;
-    do
-        child = waitpid(-1, &status, options);
-    while (child < 0 && errno == EINTR);
-    if (child <= 0)
-        return false;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    while ((child = waitpid(-1, &status, WNOHANG)) > 0) {
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            continue;
         shared.stop = true;
         for (uint32_t i = 0; i < children.size(); i++)
             if (children[i] == child)
                 outcome.dead.push_back(i);
     }
-    return true;
+    return child == 0;
 }
 
 bench::Outcome run(const Plan &plan, Shared &shared)
 {
     bench::Outcome outcome;
     const std::vector<pid_t> children = start_children(plan, shared);
-    while (shared.ready < plan.processes * plan.threads && !shared.stop) {
-        collect(children, WNOHANG, shared, outcome);
-        std::this_thread::sleep_for(START_POLL);
-    }
+    while (shared.ready < plan.processes * plan.threads && still_running(children, shared, outcome))
+        std::this_thread::sleep_for(POLL);
     const int64_t start = bench::monotonic_nanoseconds();
     shared.deadline = start + static_cast<int64_t>(plan.seconds * 1e9);
     shared.go = true;
-    while (collect(children, 0, shared, outcome)) {
-    }
+    while (still_running(children, shared, outcome))
+        std::this_thread::sleep_for(POLL);
     outcome.seconds = static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e9;
     outcome.interrupted = g_signal != 0;
     for (auto process = static_cast<uint32_t>(children.size()); process < plan.processes; process++)
