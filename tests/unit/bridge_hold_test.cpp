@@ -118,6 +118,20 @@ TEST(BridgeHold, ClosesThePathFourTimesAndReleasesTheBus)
         });
 }
 
+TEST(BridgeHold, KeepsItsOwnPathWhenAnotherThreadLooksItsSwitchUpMeanwhile)
+{
+    const ei2c_client bridge = device(2);
+    Path path = {bridge, 2};
+    model::take(path.story);
+    path.attempt(true, good);
+    path.story.script[0].meanwhile = [near = bridge.swi_addr & 0xffff] {
+        ui2c_to_client(bus, 0x51, near, 0);
+    };
+    path.story.script[0].meanwhile(); // makes its record
+    Hold hold;
+    EXPECT_RUN(0, hold.lock(bridge), path.story.script);
+}
+
 TEST(BridgeHold, OfADeviceWithoutSwitchesWritesNone)
 {
     const ei2c_client bridge = device(0);

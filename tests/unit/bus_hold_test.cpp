@@ -1,6 +1,7 @@
 // Holding a bus across calls, and the MCTP calls that run inside such a hold.
 #include "tests/unit/transfer_model.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 using namespace scripted;
@@ -249,6 +250,17 @@ TEST(MctpResponse, IsReadAlone)
             EXPECT_EQ(response[5], result > 0 ? 1 : 0xee);
             EXPECT_EQ(response[6], 0xee);
         }
+}
+
+TEST(MctpResponse, OfADeviceWhoseNameHasNoEndPrintsTheRecordsNameOnly)
+{
+    ei2c_client device = {5, 0x32, 0, 0, 0, {}};
+    memset(device.pcie_name, 'n', sizeof(device.pcie_name));
+    uint8_t value = 0;
+    uint32_t length = 99;
+    EXPECT_PLAY(0, qel_ei2c_smbus_xfer_read(&device, 61, &value, &length),
+                {read_mctp(61, 0),
+                 line135("pcie name nnnnnnnnnnnnnnnn, ioctl I2C_MCTP_READ finsh ret: 0 \n")});
 }
 
 TEST(MctpCalls, WithoutARecordTouchNothing)

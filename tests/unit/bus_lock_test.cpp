@@ -171,4 +171,12 @@ TEST(OwnerTable, OutOfReachDoesNotStopATransfer)
     });
 }
 
+TEST(DeviceFile, OfABusWhoseNumberDoesNotFitItsPathIsNotOpened)
+{
+    ui2c_adapter *adapter = ui2c_to_adapter(12345678);
+    EXPECT_PLAY(
+        -1, ui2c_adapter_fd(adapter),
+        {line132("open /dev/i2c-123456 failed, fd = -1, %s\n", with_errno(ENODEV).c_str())});
+}
+
 } // namespace

@@ -1,13 +1,16 @@
 // Many threads come to a bus, a device or the owner table for the first time together.
 #include "tests/unit/scripted_kernel.h"
 
+#include "bus/ui2c_ioctls/core.h"
 #include "include/qeli2c.h"
 
 #include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace scripted;
 
@@ -109,6 +112,24 @@ TEST(FirstUse, ReadersOfAKnownDeviceNeverWaitForABrokenLink)
     });
     EXPECT_EQ(std::set<ui2c_switch *>(results.begin(), results.end()).size(), 1U);
     EXPECT_EQ(allocations(), 3U + 50U);
+}
+
+TEST(FirstUse, GoingOnInTheParentDoesNotBlockAForkedChild)
+{
+    ui2c_adapter *adapter = ui2c_to_adapter(fresh_bus());
+    Event open = open_bus(adapter->bus, 61);
+    open.meanwhile = [] {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            ui2c_adapter other = {};
+            _exit(__adapter_data(&other) != nullptr ? 0 : 1);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    };
+    EXPECT_PLAY(61, ui2c_adapter_fd(adapter), {open});
 }
 
 } // namespace
