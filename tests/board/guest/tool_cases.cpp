@@ -1,0 +1,45 @@
+// The command-line tool on the board. What it prints goes to the host, which compares it with the
+// output kept there.
+#include "cases.h"
+#include "command.h"
+#include "link.h"
+
+namespace board
+{
+
+namespace
+{
+
+const struct {
+    const char *name; // of the kept output
+    const char *line;
+    int status;
+} rows[] = {
+    {"scan", "qeli2c scan 3", 0},
+    {"scan-grid", "qeli2c scan 15 --grid", 0},
+    {"list", "qeli2c list", 0},
+    {"registers",
+     "qeli2c set pins-far 2 0x5a && qeli2c get pins-far 2 && qeli2c set pins-far 2 0 && "
+     "qeli2c set monitor-near 3 0x1234 --word && qeli2c get monitor-near 3 --word && "
+     "qeli2c xfer 3/0x48 w 3 0xca 0xfe && qeli2c xfer 3/0x48 w 3 r2",
+     0},
+    {"memory",
+     "qeli2c set eeprom-far 0x6ffe 0x51 0x45 0x4c 0x49 -y && qeli2c get eeprom-far 0x6ffc 8", 0},
+    {"absent-device", "qeli2c get 3/0x70.3/0x6e 0", 1},
+};
+
+} // namespace
+
+void add_tool_cases(Cases &cases)
+{
+    for (const auto &row : rows)
+        cases.push_back({std::string("tool/") + row.name, [&row](Check &check) {
+                             const Outcome outcome = run_command(row.line);
+                             link::say_output(row.name, outcome.output);
+                             equal(check, "exit status", outcome.status, row.status);
+                             if (check.failed())
+                                 fail(check, outcome.output);
+                         }});
+}
+
+} // namespace board
