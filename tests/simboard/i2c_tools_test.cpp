@@ -139,7 +139,7 @@ TEST(I2cDump, ShowsAllRegisters)
     board.poke("scratch-registers", 0, bytes);
     for (const char *mode : {"b", "i", "w", "c"}) {
         const std::string out = board.run(std::string("i2cdump -y 7 0x30 ") + mode).out;
-        for (uint32_t row = 0; row < 256 && mode[0] != 'w'; row += 16) {
+        for (int row = 0; row < 256 && mode[0] != 'w'; row += 16) {
             const std::string line = hex({static_cast<uint8_t>(row)}, "", "") + ": " +
                                      hex({bytes.begin() + row, bytes.begin() + row + 16}, "", " ");
             EXPECT_NE(out.find(line), std::string::npos) << mode << "\n" << out;

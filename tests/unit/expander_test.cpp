@@ -130,7 +130,7 @@ Reading reading(const Access &last, uint32_t value, int32_t failed, const Script
                 std::type_identity_t<Argument> argument, const Accesses &before = {})
 {
     return {[=](const ei2c_client *client, uint8_t *val) {
-                return function(client, argument, reinterpret_cast<Value *>(val));
+                return function(client, argument, static_cast<Value *>(static_cast<void *>(val)));
             },
             sizeof(Value),
             last,
@@ -190,8 +190,9 @@ TEST(Pca9535, ReadsPins)
                  {{read, 6, 0x8001}, {write, 6, 0x8301}})});
     Buffer value(4);
     for (const uint32_t number : {17U, 32U, 0xffffffffU})
-        EXPECT_RUN(-1, ei2c_pca9535_get_output_value(nullptr, number,
-                                                     reinterpret_cast<uint32_t *>(value.data())));
+        EXPECT_RUN(
+            -1, ei2c_pca9535_get_output_value(
+                    nullptr, number, static_cast<uint32_t *>(static_cast<void *>(value.data()))));
     EXPECT_TRUE(value.untouched());
 }
 

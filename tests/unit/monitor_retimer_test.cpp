@@ -31,7 +31,7 @@ float value_of(Buffer &buffer)
 }
 float *pointer(Buffer &buffer)
 {
-    return reinterpret_cast<float *>(buffer.data());
+    return static_cast<float *>(static_cast<void *>(buffer.data()));
 }
 
 TEST(Tpa626, PowerPresetsAreWrittenMostSignificantByteFirst)
