@@ -102,6 +102,7 @@ int main(int argc, char **argv)
     board::add_owner_cases(cases);
     board::add_crowd_cases(cases);
     board::add_tool_cases(cases);
+    board::add_unit_test_cases(cases);
 
     const std::string prefix = argc > 2 ? argv[2] : "";
     board::link::open_line(argv[1]);
