@@ -22,4 +22,9 @@ Command start(const std::string &line);
 Ended end_of(const Command &command);
 Ended run(const std::string &line);
 
+// The line on a terminal of its own, 80 columns wide; once it shows `prompt`, `answer` is typed.
+// All of its output is in Ended::out. Without a prompt nothing is typed.
+Ended run_on_terminal(const std::string &line, const std::string &prompt = "",
+                      const std::string &answer = "");
+
 #endif

@@ -20,7 +20,7 @@ TEST(Histogram, QuantilesAreWithinOneBucketOfTheExactOnes)
     for (const double fraction : {0.001, 0.25, 0.5, 0.9, 0.99, 1.0}) {
         const uint64_t exact = values[static_cast<size_t>(fraction * 5000) - 1];
         EXPECT_GE(quantile(*histogram, fraction), exact) << fraction;
-        EXPECT_LE(quantile(*histogram, fraction), exact + exact / SUB_BUCKETS + 1) << fraction;
+        EXPECT_LE(quantile(*histogram, fraction), exact + exact / kSubBuckets + 1) << fraction;
     }
     EXPECT_EQ(quantile(*histogram, 1.0), values.back());
 }

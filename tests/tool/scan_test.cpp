@@ -21,13 +21,13 @@ std::string reference_scan()
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-constexpr char SMALL_BOARD[] = R"({ "name": "small", "buses": [ { "bus": 3, "devices": [
+constexpr char kSmallBoard[] = R"({ "name": "small", "buses": [ { "bus": 3, "devices": [
   { "name": "sw", "type": "pca9548", "address": "0x70", "channels": {
       "6": [ { "name": "far", "type": "registers", "address": "0x20" } ] } },
   { "name": "near", "type": "registers", "address": "0x48" } ] } ] })";
 
 // The same board as somebody else describes it: near is not known, ghost does not exist.
-constexpr char OTHER_DESCRIPTION[] = R"( --board /dev/stdin <<'EOF'
+constexpr char kOtherDescription[] = R"( --board /dev/stdin <<'EOF'
 { "name": "other", "buses": [ { "bus": 3, "devices": [
   { "name": "ghost", "type": "registers", "address": "0x33" },
   { "name": "sw", "type": "pca9548", "address": "0x70", "channels": {
@@ -50,8 +50,8 @@ TEST(Scan, OfTheReferenceBoardFindsEveryDeviceOnceAndLeavesEveryPathClosed)
 
 TEST(Scan, MarksWhatTheBoardFileDoesNotKnowAndWhatDoesNotAnswer)
 {
-    Board board(SMALL_BOARD);
-    const Ended ended = run("qeli2c scan" + std::string(OTHER_DESCRIPTION));
+    Board board(kSmallBoard);
+    const Ended ended = run("qeli2c scan" + std::string(kOtherDescription));
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, "bus 3\n"
                          "|-- 0x33  ghost (registers)  NO ANSWER\n"
@@ -67,7 +67,7 @@ TEST(Scan, MarksWhatTheBoardFileDoesNotKnowAndWhatDoesNotAnswer)
 
 TEST(Scan, WithoutABoardFileShowsTheBusItself)
 {
-    Board board(SMALL_BOARD);
+    Board board(kSmallBoard);
     const Ended ended = run("QELI2C_BOARD= qeli2c scan 3");
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, "bus 3\n|-- 0x48  unknown device\n`-- 0x70  unknown device\n");
@@ -76,7 +76,7 @@ TEST(Scan, WithoutABoardFileShowsTheBusItself)
 
 TEST(Scan, AsAGridMarksWhatAnswersInFrontOfTheSwitch)
 {
-    Board board(SMALL_BOARD);
+    Board board(kSmallBoard);
     const Ended ended = run("qeli2c scan --grid");
     EXPECT_EQ(ended.status, 0);
     const std::string bus = "bus 3\n"
@@ -105,9 +105,9 @@ TEST(Scan, AsAGridMarksWhatAnswersInFrontOfTheSwitch)
 
 TEST(Scan, AsJsonNestsChannelsInTheirSwitch)
 {
-    Board board(SMALL_BOARD);
+    Board board(kSmallBoard);
     const Ended ended =
-        run("{ qeli2c scan --json" + std::string(OTHER_DESCRIPTION) + "\n} | tr -d ' \\n'");
+        run("{ qeli2c scan --json" + std::string(kOtherDescription) + "\n} | tr -d ' \\n'");
     std::string empty_channels;
     for (int channel = 0; channel < 6; channel++)
         empty_channels += R"({"channel":)" + std::to_string(channel) + R"(,"devices":[]},)";

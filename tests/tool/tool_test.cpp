@@ -266,27 +266,26 @@ TEST(Tool, AnnouncesAndAsksBeforeDelicateWrites)
 {
     Board board(reference_board());
     const struct {
-        const char *line;
+        const char *line, *answer; // no answer: not on a terminal
         int status;
         bool announced;
         uint8_t eeprom; // byte 0x10 afterwards
     } rows[] = {
-        {"printf 'n\\n' | script -qec 'qeli2c set main-eeprom 0x10 1' /dev/null", 1, true, 0xff},
-        {"printf '\\n' | script -qec 'qeli2c xfer main-eeprom w 0 0x10 1' /dev/null", 1, true,
-         0xff},
-        {"printf 'y\\n' | script -qec 'qeli2c set main-eeprom 0x10 2' /dev/null", 0, true, 2},
-        {"printf 'n\\n' | script -qec 'qeli2c set main-eeprom 0x10 3 -y' /dev/null", 0, true, 3},
-        {"printf 'n\\n' | script -qec 'qeli2c set -q main-eeprom 0x10 4' /dev/null", 1, true, 3},
-        {"printf 'n\\n' | script -qec 'qeli2c xfer main-eeprom w 0 0x10 r1' /dev/null", 0, false,
-         3},
-        {"qeli2c set main-eeprom 0x10 5", 0, true, 5},
-        {"qeli2c set main-eeprom 0x10 6 -q", 0, false, 6},
-        {"QELI2C_BOARD= qeli2c set 4/0x57 0x0a 0xb -w 2", 0, true, 6},
-        {"qeli2c set sw-main 0", 0, true, 6},
-        {"qeli2c set main-registers 0 1", 0, false, 6},
+        {"qeli2c set main-eeprom 0x10 1", "n\n", 1, true, 0xff},
+        {"qeli2c xfer main-eeprom w 0 0x10 1", "\n", 1, true, 0xff},
+        {"qeli2c set main-eeprom 0x10 2", "y\n", 0, true, 2},
+        {"qeli2c set main-eeprom 0x10 3 -y", "n\n", 0, true, 3},
+        {"qeli2c set -q main-eeprom 0x10 4", "n\n", 1, true, 3},
+        {"qeli2c xfer main-eeprom w 0 0x10 r1", "n\n", 0, false, 3},
+        {"qeli2c set main-eeprom 0x10 5", nullptr, 0, true, 5},
+        {"qeli2c set main-eeprom 0x10 6 -q", nullptr, 0, false, 6},
+        {"QELI2C_BOARD= qeli2c set 4/0x57 0x0a 0xb -w 2", nullptr, 0, true, 6},
+        {"qeli2c set sw-main 0", nullptr, 0, true, 6},
+        {"qeli2c set main-registers 0 1", nullptr, 0, false, 6},
     };
     for (const auto &row : rows) {
-        const Ended ended = run(row.line);
+        const Ended ended =
+            row.answer ? run_on_terminal(row.line, "[y/N]", row.answer) : run(row.line);
         EXPECT_EQ(ended.status, row.status) << row.line << "\n" << ended.out << ended.err;
         EXPECT_EQ(contains(ended.out + ended.err, "about to write"), row.announced) << row.line;
         EXPECT_EQ(board.peek("main-eeprom", 0x10), row.eeprom) << row.line;
