@@ -12,10 +12,10 @@
 namespace
 {
 
-constexpr int32_t size = 65536;
-constexpr int32_t chunk = 32;
-constexpr double write_pauses_s = size / chunk * 0.025;
-constexpr double read_pauses_s = size / chunk * 0.005;
+constexpr int32_t kSize = 65536;
+constexpr int32_t kChunk = 32;
+constexpr double kWritePausesS = kSize / kChunk * 0.025;
+constexpr double kReadPausesS = kSize / kChunk * 0.005;
 
 template <typename Call>
 double seconds(Call call)
@@ -34,25 +34,24 @@ int main()
     eeprom.addr = 0x50;
     eeprom.swi_addr = 0x00700071;
     eeprom.swi_chnl = 0x00050003;
-    std::vector<uint8_t> data(size);
+    std::vector<uint8_t> data(kSize);
     for (size_t i = 0; i < data.size(); ++i)
         data[i] = static_cast<uint8_t>(i * 7 + i / 251);
-    std::vector<uint8_t> read(size);
+    std::vector<uint8_t> read(kSize);
     int32_t written = 0;
     int32_t got = 0;
-    const double write_s = seconds([&] { written = eeprom_write(&eeprom, 0, data.data(), size); });
-    const double read_s = seconds([&] { got = eeprom_read(&eeprom, 0, read.data(), size); });
-    if (written != size || got != size || read != data) {
+    const double write_s = seconds([&] { written = eeprom_write(&eeprom, 0, data.data(), kSize); });
+    const double read_s = seconds([&] { got = eeprom_read(&eeprom, 0, read.data(), kSize); });
+    if (written != kSize || got != kSize || read != data) {
         (void)fprintf(stderr, "eeprom_pauses: wrote %d, read %d, data %s\n", written, got,
                       read == data ? "equal" : "different");
         return 1;
     }
-    (void)printf("write %8.3f s, pauses %8.3f s, ratio %.4f\n", write_s, write_pauses_s,
-                 write_s / write_pauses_s);
-    (void)printf("read  %8.3f s, pauses %8.3f s, ratio %.4f\n", read_s, read_pauses_s,
-                 read_s / read_pauses_s);
+    (void)printf("write %8.3f s, pauses %8.3f s, ratio %.4f\n", write_s, kWritePausesS,
+                 write_s / kWritePausesS);
+    (void)printf("read  %8.3f s, pauses %8.3f s, ratio %.4f\n", read_s, kReadPausesS,
+                 read_s / kReadPausesS);
     (void)printf("both  %8.3f s, pauses %8.3f s, ratio %.4f\n", write_s + read_s,
-                 write_pauses_s + read_pauses_s,
-                 (write_s + read_s) / (write_pauses_s + read_pauses_s));
+                 kWritePausesS + kReadPausesS, (write_s + read_s) / (kWritePausesS + kReadPausesS));
     return 0;
 }

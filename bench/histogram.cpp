@@ -13,19 +13,19 @@ namespace
 
 size_t bucket_of(uint64_t value)
 {
-    if (value < SUB_BUCKETS)
+    if (value < kSubBuckets)
         return static_cast<size_t>(value);
-    const auto exponent = static_cast<unsigned>(std::bit_width(value)) - 1 - SUB_BITS;
-    const auto within = static_cast<size_t>(value >> exponent) - SUB_BUCKETS;
-    return std::min((exponent + 1) * SUB_BUCKETS + within, BUCKETS - 1);
+    const auto exponent = static_cast<unsigned>(std::bit_width(value)) - 1 - kSubBits;
+    const auto within = static_cast<size_t>(value >> exponent) - kSubBuckets;
+    return std::min((exponent + 1) * kSubBuckets + within, kBuckets - 1);
 }
 
 uint64_t upper_bound_of(size_t bucket)
 {
-    if (bucket < SUB_BUCKETS)
+    if (bucket < kSubBuckets)
         return bucket;
-    const size_t exponent = bucket / SUB_BUCKETS - 1;
-    const uint64_t within = bucket % SUB_BUCKETS + SUB_BUCKETS;
+    const size_t exponent = bucket / kSubBuckets - 1;
+    const uint64_t within = bucket % kSubBuckets + kSubBuckets;
     return ((within + 1) << exponent) - 1;
 }
 
@@ -45,7 +45,7 @@ void record(Histogram &histogram, uint64_t nanoseconds)
 
 void add(Histogram &sum, const Histogram &part)
 {
-    for (size_t i = 0; i < BUCKETS; i++)
+    for (size_t i = 0; i < kBuckets; i++)
         increase(sum.counts[i], part.counts[i].load(std::memory_order_relaxed));
     sum.largest = std::max(sum.largest.load(), part.largest.load());
 }
@@ -60,12 +60,12 @@ uint64_t quantile(const Histogram &histogram, double fraction)
     const auto rank = static_cast<uint64_t>(std::ceil(fraction * static_cast<double>(total)));
     uint64_t seen = 0;
     size_t bucket = 0;
-    for (; bucket < BUCKETS; bucket++) {
+    for (; bucket < kBuckets; bucket++) {
         seen += histogram.counts[bucket];
         if (seen >= std::max<uint64_t>(rank, 1))
             break;
     }
-    return std::min(upper_bound_of(std::min(bucket, BUCKETS - 1)), histogram.largest.load());
+    return std::min(upper_bound_of(std::min(bucket, kBuckets - 1)), histogram.largest.load());
 }
 
 } // namespace bench

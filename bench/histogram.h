@@ -11,12 +11,12 @@ namespace bench
 {
 
 // Every power of two is divided into 64 equal buckets: a value read back is at most 1/64 too high.
-inline constexpr unsigned SUB_BITS = 6;
-inline constexpr size_t SUB_BUCKETS = size_t{1} << SUB_BITS;
-inline constexpr size_t BUCKETS = (40 - SUB_BITS + 1) * SUB_BUCKETS; // up to 2^40 ns, 18 minutes
+inline constexpr unsigned kSubBits = 6;
+inline constexpr size_t kSubBuckets = size_t{1} << kSubBits;
+inline constexpr size_t kBuckets = (40 - kSubBits + 1) * kSubBuckets; // up to 2^40 ns, 18 minutes
 
 struct Histogram { // all zero when new
-    std::array<std::atomic<uint64_t>, BUCKETS> counts;
+    std::array<std::atomic<uint64_t>, kBuckets> counts;
     std::atomic<uint64_t> largest;
 };
 

@@ -26,7 +26,7 @@ namespace
 using bench::Plan;
 using bench::Shared;
 
-constexpr std::chrono::microseconds POLL(200);
+constexpr std::chrono::microseconds kPoll(200);
 
 struct Arguments {
     Plan plan;
@@ -81,7 +81,7 @@ Shared *map_shared(uint32_t workers)
         threads.emplace_back([&plan, &shared, worker = process * plan.threads + i] {
             shared.ready.fetch_add(1);
             while (!shared.go && !shared.stop)
-                std::this_thread::sleep_for(POLL);
+                std::this_thread::sleep_for(kPoll);
             bench::work(plan, shared, worker);
         });
     for (std::thread &thread : threads)
@@ -128,12 +128,12 @@ bench::Outcome run(const Plan &plan, Shared &shared)
     bench::Outcome outcome;
     const std::vector<pid_t> children = start_children(plan, shared);
     while (shared.ready < plan.processes * plan.threads && still_running(children, shared, outcome))
-        std::this_thread::sleep_for(POLL);
+        std::this_thread::sleep_for(kPoll);
     const int64_t start = bench::monotonic_nanoseconds();
     shared.deadline = start + static_cast<int64_t>(plan.seconds * 1e9);
     shared.go = true;
     while (still_running(children, shared, outcome))
-        std::this_thread::sleep_for(POLL);
+        std::this_thread::sleep_for(kPoll);
     outcome.seconds = static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e9;
     outcome.interrupted = g_signal != 0;
     for (auto process = static_cast<uint32_t>(children.size()); process < plan.processes; process++)
@@ -157,7 +157,7 @@ void complete_plan(Arguments &arguments)
     }
     if (!bench::window_of(plan, 0))
         throw tool::usage_error("too many workers for " + std::to_string(plan.devices.size()) +
-                                " devices: each needs " + std::to_string(bench::SMALLEST_WINDOW) +
+                                " devices: each needs " + std::to_string(bench::kSmallestWindow) +
                                 " of 256 registers");
 }
 

@@ -56,8 +56,8 @@ struct Window {
     uint8_t first = 0;
     uint8_t size = 0;
 };
-inline constexpr uint32_t REGISTERS = 256;
-inline constexpr uint32_t SMALLEST_WINDOW = 4;
+inline constexpr uint32_t kRegisters = 256;
+inline constexpr uint32_t kSmallestWindow = 4;
 
 // Nothing when there are too many workers for the devices.
 std::optional<Window> window_of(const Plan &plan, uint32_t worker);

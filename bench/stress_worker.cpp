@@ -12,9 +12,9 @@ namespace bench
 namespace
 {
 
-constexpr uint32_t LARGEST_WINDOW = 32;
+constexpr uint32_t kLargestWindow = 32;
 
-using Pattern = std::array<uint8_t, 1 + LARGEST_WINDOW>; // the register number, then the values
+using Pattern = std::array<uint8_t, 1 + kLargestWindow>; // the register number, then the values
 
 struct Job {
     ei2c_client client{};
@@ -68,7 +68,7 @@ bool write_pattern(const Job &job, Pattern &pattern, Worker &result)
 void read_and_compare(const Job &job, const Pattern &pattern, Worker &result)
 {
     uint8_t first = job.window.first;
-    std::array<uint8_t, LARGEST_WINDOW> values{};
+    std::array<uint8_t, kLargestWindow> values{};
     i2c_msg messages[2] = {{job.client.addr, 0, 1, &first},
                            {job.client.addr, I2C_M_RD, job.window.size, values.data()}};
     if (!timed_transfer(job, messages, 2, result))
@@ -96,8 +96,8 @@ std::optional<Window> window_of(const Plan &plan, uint32_t worker)
     const auto devices = static_cast<uint32_t>(plan.devices.size());
     const uint32_t workers = plan.processes * plan.threads;
     const uint32_t sharing = (workers + devices - 1) / devices; // workers on the busiest device
-    const uint32_t size = std::min(REGISTERS / sharing, LARGEST_WINDOW);
-    if (size < SMALLEST_WINDOW)
+    const uint32_t size = std::min(kRegisters / sharing, kLargestWindow);
+    if (size < kSmallestWindow)
         return std::nullopt;
     return Window{static_cast<uint8_t>(worker / devices * size), static_cast<uint8_t>(size)};
 }

@@ -9,7 +9,7 @@
 #include "platform/qelplatform.h"
 
 // The length of a message is a 16-bit field of struct i2c_msg.
-constexpr uint64_t longest_message = 65535;
+constexpr uint64_t kLongestMessage = 65535;
 
 struct MessageBytes {
     uint8_t *bytes = nullptr; // null when there are none

@@ -1,6 +1,6 @@
 // The forms in which all modules write log lines and report failed argument checks.
 //
-// A module names itself once, as `log_tag`, before it uses any of these; the tag and the line of
+// A module names itself once, as `kLogTag`, before it uses any of these; the tag and the line of
 // the call begin each of its lines. The platform's logging calls keep errno; its other calls, the
 // text of an errno included, need not.
 #ifndef QELI2C_BUS_REPORT_H
@@ -13,12 +13,12 @@
 
 // An error line at 130 or 132, and a run-time line at 135; a line without values is a text.
 #define QEL_ERROR(level, format, ...)                                                              \
-    IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, log_tag, __LINE__, __VA_ARGS__)
-#define QEL_ERROR_TEXT(level, text) IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" text, log_tag, __LINE__)
+    IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, kLogTag, __LINE__, __VA_ARGS__)
+#define QEL_ERROR_TEXT(level, text) IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" text, kLogTag, __LINE__)
 
 #define QEL_RUNTIME(format, ...)                                                                   \
-    IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, log_tag, __LINE__, __VA_ARGS__)
-#define QEL_RUNTIME_TEXT(text) IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" text, log_tag, __LINE__)
+    IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" format, kLogTag, __LINE__, __VA_ARGS__)
+#define QEL_RUNTIME_TEXT(text) IDBG_LINUXAPP_Runtime_DbgOut(135, "[%s:%d]" text, kLogTag, __LINE__)
 
 // The same for a format whose last two values are errno and its text.
 #define QEL_ERROR_ERRNO(level, format, ...)                                                        \
@@ -58,7 +58,7 @@
 #define QEL_REQUIRE_AS(function, argument, result)                                                 \
     do {                                                                                           \
         if ((argument) == nullptr) {                                                               \
-            qel_report_null(log_tag, __LINE__, function, "assertion failed: " #argument " != 0");  \
+            qel_report_null(kLogTag, __LINE__, function, "assertion failed: " #argument " != 0");  \
             return result;                                                                         \
         }                                                                                          \
     } while (0)

@@ -5,14 +5,14 @@
 
 namespace
 {
-constexpr char log_tag[] = "ui2c_swi";
-constexpr uint32_t highest_channel = 7;
+constexpr char kLogTag[] = "ui2c_swi";
+constexpr uint32_t kHighestChannel = 7;
 } // namespace
 
 int32_t ui2c_swi_select(ui2c_switch *swi, uint32_t channel)
 {
     QEL_REQUIRE_AS("pca9548_select", swi, -1);
-    if (channel > highest_channel)
+    if (channel > kHighestChannel)
         return QELI2C_NO_DEVICE_FILE;
     return ui2c_raw_write_byte(swi->adapter, swi->addr, static_cast<uint8_t>(1U << channel));
 }

@@ -6,21 +6,21 @@
 namespace
 {
 
-constexpr char log_tag[] = "TPA626";
+constexpr char kLogTag[] = "TPA626";
 
-constexpr uint8_t configuration_register = 0x00;
-constexpr uint8_t bus_voltage_register = 0x02;
-constexpr uint8_t power_register = 0x03;
-constexpr uint8_t calibration_register = 0x05;
+constexpr uint8_t kConfigurationRegister = 0x00;
+constexpr uint8_t kBusVoltageRegister = 0x02;
+constexpr uint8_t kPowerRegister = 0x03;
+constexpr uint8_t kCalibrationRegister = 0x05;
 
 // Presets, as words handed to the write call.
-constexpr uint16_t calibration_presets[] = {0x0014, 0x000A, 0x5025};
-constexpr uint16_t default_calibration = 0x0028;
-constexpr uint16_t default_configuration = 0x2741;
-constexpr uint16_t third_configuration = 0x2745;
+constexpr uint16_t kCalibrationPresets[] = {0x0014, 0x000A, 0x5025};
+constexpr uint16_t kDefaultCalibration = 0x0028;
+constexpr uint16_t kDefaultConfiguration = 0x2741;
+constexpr uint16_t kThirdConfiguration = 0x2745;
 
-constexpr uint32_t read_power = 3;
-constexpr uint32_t read_voltage = 2;
+constexpr uint32_t kReadPower = 3;
+constexpr uint32_t kReadVoltage = 2;
 
 uint16_t swapped(uint16_t word)
 {
@@ -33,18 +33,18 @@ int32_t TPA626InfoRead(const ei2c_client *client, uint32_t dwType, uint8_t ucCal
     QEL_REQUIRE(client, -1);
     *pfOutReadValue = 0.0F;
     uint16_t word = 0;
-    if (dwType != read_power) {
-        const int32_t ret = ei2c_smbus_read_word_data(client, bus_voltage_register, &word);
+    if (dwType != kReadPower) {
+        const int32_t ret = ei2c_smbus_read_word_data(client, kBusVoltageRegister, &word);
         *pfOutReadValue = static_cast<float>(swapped(word) * 1.25 / 1000.0);
         return ret;
     }
     const uint16_t calibration = ucCalibSel >= 1 && ucCalibSel <= 3
-                                     ? calibration_presets[ucCalibSel - 1]
-                                     : default_calibration;
-    const uint16_t configuration = ucCalibSel == 3 ? third_configuration : default_configuration;
-    (void)ei2c_smbus_write_word_data(client, configuration_register, configuration);
-    (void)ei2c_smbus_write_word_data(client, calibration_register, calibration);
-    const int32_t ret = ei2c_smbus_read_word_data(client, power_register, &word);
+                                     ? kCalibrationPresets[ucCalibSel - 1]
+                                     : kDefaultCalibration;
+    const uint16_t configuration = ucCalibSel == 3 ? kThirdConfiguration : kDefaultConfiguration;
+    (void)ei2c_smbus_write_word_data(client, kConfigurationRegister, configuration);
+    (void)ei2c_smbus_write_word_data(client, kCalibrationRegister, calibration);
+    const int32_t ret = ei2c_smbus_read_word_data(client, kPowerRegister, &word);
     *pfOutReadValue = static_cast<float>(swapped(word) * 0.025);
     return ret;
 }
@@ -63,8 +63,8 @@ int32_t read_described(const tpa626_info &info, uint8_t command, float coefficie
 {
     const ei2c_client *client = &info.client;
     uint16_t word = 0;
-    if (ei2c_smbus_write_word_data(client, configuration_register, info.wConfig) < 0 ||
-        ei2c_smbus_write_word_data(client, calibration_register, info.wCalibration) < 0 ||
+    if (ei2c_smbus_write_word_data(client, kConfigurationRegister, info.wConfig) < 0 ||
+        ei2c_smbus_write_word_data(client, kCalibrationRegister, info.wCalibration) < 0 ||
         ei2c_smbus_read_word_data(client, command, &word) < 0)
         return -1;
     *out = static_cast<float>(swapped(word)) * coefficient1 * coefficient2 / 1000.0F;
@@ -77,21 +77,21 @@ int32_t TPA626_GetPower(const ei2c_client *i2c_client, uint8_t ucCalibSel, float
 {
     QEL_REQUIRE(i2c_client, -1);
     QEL_REQUIRE(pfOutReadValue, -1);
-    return read_preset(i2c_client, read_power, ucCalibSel, pfOutReadValue);
+    return read_preset(i2c_client, kReadPower, ucCalibSel, pfOutReadValue);
 }
 
 int32_t TPA626_GetVolt(const ei2c_client *i2c_client, float *pfOutReadValue)
 {
     QEL_REQUIRE(i2c_client, -1);
     QEL_REQUIRE(pfOutReadValue, -1);
-    return read_preset(i2c_client, read_voltage, 0, pfOutReadValue);
+    return read_preset(i2c_client, kReadVoltage, 0, pfOutReadValue);
 }
 
 int32_t TPA626_GetPowerByInfo(const tpa626_info *info, float *pfOutReadValue)
 {
     QEL_REQUIRE(info, -1);
     QEL_REQUIRE(pfOutReadValue, -1);
-    return read_described(*info, power_register, info->fPowerCoef1, info->fPowerCoef2,
+    return read_described(*info, kPowerRegister, info->fPowerCoef1, info->fPowerCoef2,
                           pfOutReadValue);
 }
 
@@ -99,6 +99,6 @@ int32_t TPA626_GetVoltByInfo(const tpa626_info *info, float *pfOutReadValue)
 {
     QEL_REQUIRE(info, -1);
     QEL_REQUIRE(pfOutReadValue, -1);
-    return read_described(*info, bus_voltage_register, info->fVoltCoef1, info->fVoltCoef2,
+    return read_described(*info, kBusVoltageRegister, info->fVoltCoef1, info->fVoltCoef2,
                           pfOutReadValue);
 }

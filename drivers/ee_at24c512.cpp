@@ -10,24 +10,24 @@
 namespace
 {
 
-constexpr char log_tag[] = "ee_at24c512";
-constexpr int32_t page_size = 32;
-constexpr int32_t highest_offset = 0x7FFFFFDF;
-constexpr uint32_t address_bytes = 2;
-constexpr uint32_t semaphore_key = 0x3001;
-constexpr uint32_t wait_without_limit = 0xFFFF;
-constexpr uint32_t write_pause_us = 25000;
-constexpr uint32_t read_pause_us = 5000;
+constexpr char kLogTag[] = "ee_at24c512";
+constexpr int32_t kPageSize = 32;
+constexpr int32_t kHighestOffset = 0x7FFFFFDF;
+constexpr uint32_t kAddressBytes = 2;
+constexpr uint32_t kSemaphoreKey = 0x3001;
+constexpr uint32_t kWaitWithoutLimit = 0xFFFF;
+constexpr uint32_t kWritePauseUs = 25000;
+constexpr uint32_t kReadPauseUs = 5000;
 
 int32_t cached_semid = -1;
 
 // How many bytes one transfer covers: at most to the end of the page. Negative when there is none.
 int32_t chunk_length(int32_t offset, int32_t len)
 {
-    if (offset < 0 || offset > highest_offset || len < 0)
+    if (offset < 0 || offset > kHighestOffset || len < 0)
         return -1;
-    const int32_t page_end = (offset + page_size) / page_size * page_size;
-    return std::min({len, page_size, page_end - offset});
+    const int32_t page_end = (offset + kPageSize) / kPageSize * kPageSize;
+    return std::min({len, kPageSize, page_end - offset});
 }
 
 template <typename Byte, typename PageCall>
@@ -76,14 +76,14 @@ int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const u
         return -1;
     if (count != 0)
         QEL_REQUIRE(data, -1);
-    uint8_t sent[address_bytes + page_size] = {};
-    put_big_endian(sent, address_bytes, static_cast<uint32_t>(offset));
+    uint8_t sent[kAddressBytes + kPageSize] = {};
+    put_big_endian(sent, kAddressBytes, static_cast<uint32_t>(offset));
     if (count != 0)
-        (void)qel_memcpy_s(sent + address_bytes, page_size, data, static_cast<size_t>(count));
+        (void)qel_memcpy_s(sent + kAddressBytes, kPageSize, data, static_cast<size_t>(count));
     i2c_msg message = {eclient->addr, 0,
-                       static_cast<uint16_t>(address_bytes + static_cast<uint32_t>(count)), sent};
+                       static_cast<uint16_t>(kAddressBytes + static_cast<uint32_t>(count)), sent};
     const int32_t ret = ei2c_rdwr_xfer(eclient, &message, 1);
-    pause_keeping_errno(write_pause_us);
+    pause_keeping_errno(kWritePauseUs);
     return ret == 1 ? count : ret;
 }
 
@@ -95,12 +95,12 @@ int32_t ee_eeprom_page_read(const ei2c_client *eclient, int32_t offset, uint8_t 
         return -1;
     if (count != 0)
         QEL_REQUIRE(data, -1);
-    uint8_t address[address_bytes] = {};
-    put_big_endian(address, address_bytes, static_cast<uint32_t>(offset));
-    i2c_msg messages[2] = {{eclient->addr, 0, address_bytes, address},
+    uint8_t address[kAddressBytes] = {};
+    put_big_endian(address, kAddressBytes, static_cast<uint32_t>(offset));
+    i2c_msg messages[2] = {{eclient->addr, 0, kAddressBytes, address},
                            {eclient->addr, I2C_M_RD, static_cast<uint16_t>(count), data}};
     const int32_t ret = ei2c_rdwr_xfer(eclient, messages, 2);
-    pause_keeping_errno(read_pause_us);
+    pause_keeping_errno(kReadPauseUs);
     return ret == 2 ? count : ret;
 }
 
@@ -116,7 +116,7 @@ int32_t eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, i
 
 int32_t ee_eeprom_semid(void)
 {
-    const int32_t semid = create_once(cached_semid, [] { return OAL_SemCreate(semaphore_key); });
+    const int32_t semid = create_once(cached_semid, [] { return OAL_SemCreate(kSemaphoreKey); });
     if (semid < 0)
         QEL_PRINT("line: %d, func: %s(), ipc sem creat fail\n", __LINE__, "ee_eeprom_semid");
     return semid;
@@ -126,13 +126,13 @@ int32_t ee_lock_eeprom(void)
 {
     const int32_t semid = ee_eeprom_semid();
     if (semid >= 0)
-        (void)OAL_SemLockBySemId(semid, wait_without_limit);
+        (void)OAL_SemLockBySemId(semid, kWaitWithoutLimit);
     return semid;
 }
 
 int32_t ee_unlock_eeprom(void)
 {
-    return OAL_SemUnLockBySemId(ee_eeprom_semid(), wait_without_limit);
+    return OAL_SemUnLockBySemId(ee_eeprom_semid(), kWaitWithoutLimit);
 }
 
 // The second names.

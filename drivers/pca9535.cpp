@@ -6,13 +6,13 @@
 namespace
 {
 
-constexpr char log_tag[] = "pca9535";
-constexpr uint8_t input_port = 0;
-constexpr uint8_t output_port = 2;
-constexpr uint8_t configuration = 6;
+constexpr char kLogTag[] = "pca9535";
+constexpr uint8_t kInputPort = 0;
+constexpr uint8_t kOutputPort = 2;
+constexpr uint8_t kConfiguration = 6;
 
 using Pca9535 = Expander<uint16_t, ei2c_smbus_read_word_data, ei2c_smbus_write_word_data,
-                         output_port, configuration>;
+                         kOutputPort, kConfiguration>;
 
 } // namespace
 
@@ -29,7 +29,7 @@ int32_t pca9535_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, 
 int32_t pca9535_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val)
 {
     uint16_t word = 0;
-    const int32_t ret = ei2c_smbus_read_word_data(eclient, input_port, &word);
+    const int32_t ret = ei2c_smbus_read_word_data(eclient, kInputPort, &word);
     QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;
@@ -56,7 +56,7 @@ int32_t pca9535_gpio_word_direction_output(const ei2c_client *eclient, uint16_t 
 int32_t pca9535_gpio_word_get_value(const ei2c_client *eclient, uint16_t mask, uint32_t *val)
 {
     uint16_t word = 0;
-    const int32_t ret = ei2c_smbus_read_word_data(eclient, input_port, &word);
+    const int32_t ret = ei2c_smbus_read_word_data(eclient, kInputPort, &word);
     QEL_REQUIRE(val, -1);
     if (ret < 0)
         return ret;
@@ -74,7 +74,7 @@ int32_t pca9535_gpio_word_get_output_value(const ei2c_client *client, uint16_t m
     QEL_REQUIRE(client, -1);
     QEL_REQUIRE(val, -1);
     uint16_t word = 0;
-    const int32_t ret = ei2c_smbus_read_word_data(client, output_port, &word);
+    const int32_t ret = ei2c_smbus_read_word_data(client, kOutputPort, &word);
     if (ret < 0)
         return 0;
     *val = word & mask;

@@ -5,13 +5,13 @@
 namespace
 {
 
-constexpr char log_tag[] = "pca9554";
-constexpr uint8_t input_port = 0;
-constexpr uint8_t output_port = 1;
-constexpr uint8_t configuration = 3;
+constexpr char kLogTag[] = "pca9554";
+constexpr uint8_t kInputPort = 0;
+constexpr uint8_t kOutputPort = 1;
+constexpr uint8_t kConfiguration = 3;
 
 using Pca9554 = Expander<uint8_t, ei2c_smbus_read_byte_data, ei2c_smbus_write_byte_data,
-                         output_port, configuration>;
+                         kOutputPort, kConfiguration>;
 
 } // namespace
 
@@ -28,7 +28,7 @@ int32_t pca9554_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, 
 int32_t pca9554_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val)
 {
     uint8_t byte = 0;
-    const int32_t ret = ei2c_smbus_read_byte_data(eclient, input_port, &byte);
+    const int32_t ret = ei2c_smbus_read_byte_data(eclient, kInputPort, &byte);
     QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;
@@ -54,7 +54,7 @@ int32_t pca9554_gpio_byte_direction_output(const ei2c_client *eclient, uint8_t m
 int32_t pca9554_gpio_byte_get_value(const ei2c_client *eclient, uint8_t mask, uint8_t *val)
 {
     uint8_t byte = 0;
-    const int32_t ret = ei2c_smbus_read_byte_data(eclient, input_port, &byte);
+    const int32_t ret = ei2c_smbus_read_byte_data(eclient, kInputPort, &byte);
     QEL_REQUIRE(val, -1);
     if (ret < 0)
         return 0;

@@ -10,16 +10,16 @@
 namespace
 {
 
-constexpr char log_tag[] = "retimer";
-constexpr uint32_t longest_copy = 255;
-constexpr uint8_t switches_valid = 1;
+constexpr char kLogTag[] = "retimer";
+constexpr uint32_t kLongestCopy = 255;
+constexpr uint8_t kSwitchesValid = 1;
 
 ei2c_client client_of(const retimer_i2c_dev &device)
 {
     ei2c_client client = {};
     client.bus = device.ucBus;
     client.addr = device.ucAddr;
-    if (device.ucSwiValid == switches_valid) {
+    if (device.ucSwiValid == kSwitchesValid) {
         client.swi_addr = device.ucSwiAddr | static_cast<uint32_t>(device.ucUpSwiAddr) << 16;
         client.swi_chnl = device.ucSwiChnl | static_cast<uint32_t>(device.ucUpSwiChnl) << 16;
     }
@@ -56,7 +56,7 @@ int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
     QEL_REQUIRE(pucData, -1);
     int32_t ret = -1;
     MessageBytes sent;
-    if (dwDataLen <= longest_message && lay_out(sent, nullptr, 0, 0, pucData, dwDataLen)) {
+    if (dwDataLen <= kLongestMessage && lay_out(sent, nullptr, 0, 0, pucData, dwDataLen)) {
         i2c_msg message = {client->addr, 0, sent.length, sent.bytes};
         ret = ei2c_rdwr_xfer(client, &message, 1);
         free_keeping_errno(sent.bytes);
@@ -91,7 +91,7 @@ int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr
         return read_failed(*client, ucOffsetAddr);
     }
     // The message length is taken modulo 65536, so fewer bytes may arrive than are handed out.
-    const uint32_t handed_out = std::min(dwDataLen, longest_copy);
+    const uint32_t handed_out = std::min(dwDataLen, kLongestCopy);
     (void)qel_memset_s(scratch, size_t{dwDataLen} + 1, 0, handed_out);
     i2c_msg messages[2] = {
         {client->addr, 0, 1, reg},

@@ -9,8 +9,8 @@ struct card_epld {
 namespace
 {
 
-constexpr char log_tag[] = "epld_subcard";
-constexpr uint32_t entries = 0;
+constexpr char kLogTag[] = "epld_subcard";
+constexpr uint32_t kEntries = 0;
 card_epld table[1] = {};
 
 } // namespace
@@ -30,7 +30,7 @@ int32_t card_epld_read(void)
 
 uint32_t card_epld_cnt(void)
 {
-    return entries;
+    return kEntries;
 }
 
 card_epld *card_epld_dev(uint32_t dwIndex)

@@ -12,7 +12,7 @@ namespace
 
 constexpr char kVariable[] = "QELPLATFORM_LOG";
 
-constexpr std::array<Sink, kHighestLevel + 1> default_sinks()
+constexpr std::array<Sink, kHighestLevel + 1> kDefaultSinks()
 {
     std::array<Sink, kHighestLevel + 1> sinks{};
     sinks[kTraceLevel] = Sink::none;
@@ -101,4 +101,4 @@ __attribute__((constructor)) void read_settings()
 
 } // namespace
 
-constinit std::array<Sink, kHighestLevel + 1> log_sinks = default_sinks();
+constinit std::array<Sink, kHighestLevel + 1> log_sinks = kDefaultSinks();

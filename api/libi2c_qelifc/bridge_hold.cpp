@@ -6,8 +6,8 @@
 namespace
 {
 
-constexpr char log_tag[] = "libi2c_qelifc";
-constexpr int attempts = 4;
+constexpr char kLogTag[] = "libi2c_qelifc";
+constexpr int kAttempts = 4;
 
 // One attempt to open the path; true when it is open.
 bool select_path(const char *function, const ei2c_client &eclient, const DevicePath &path)
@@ -73,7 +73,7 @@ int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwS
         return -1;
     }
     // The caller holds the bus even when the path could not be opened.
-    for (int attempt = 0; path.near != nullptr && attempt < attempts; ++attempt) {
+    for (int attempt = 0; path.near != nullptr && attempt < kAttempts; ++attempt) {
         if (select_path(self, *eclient, path))
             break;
     }
@@ -95,7 +95,7 @@ int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *p
         return -1;
     }
     int32_t ret = -1;
-    for (int attempt = 0; path.near != nullptr && attempt < attempts; ++attempt)
+    for (int attempt = 0; path.near != nullptr && attempt < kAttempts; ++attempt)
         ret = deselect_path(self, *eclient, path);
     if (ret < 0)
         QEL_ERROR(130, "RB: [%s] bus=%u, addr=%x, swiaddr=%x, swichnl=%u, ret=%d\n", self,

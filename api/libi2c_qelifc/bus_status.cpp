@@ -4,19 +4,19 @@
 
 namespace
 {
-constexpr char log_tag[] = "libi2c_qelifc";
-constexpr uint32_t highest_bus = 15;
-constexpr uint32_t first_register = 0x1E78A088;
+constexpr char kLogTag[] = "libi2c_qelifc";
+constexpr uint32_t kHighestBus = 15;
+constexpr uint32_t kFirstRegister = 0x1E78A088;
 } // namespace
 
 int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status)
 {
     QEL_REQUIRE(status, -1);
-    if (busNo > highest_bus) {
+    if (busNo > kHighestBus) {
         QEL_ERROR(130, "busNo: %u, is invalid value!\n", busNo);
         return -1;
     }
-    const uint32_t address = first_register + (busNo << 7);
+    const uint32_t address = kFirstRegister + (busNo << 7);
     uint32_t data = 0;
     if (mmap_read32(address, &data) != 0) {
         QEL_ERROR(130, "mmap read  error, regAddr: 0x%x\n", address);

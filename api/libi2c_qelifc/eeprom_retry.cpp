@@ -7,15 +7,15 @@
 namespace
 {
 
-constexpr char log_tag[] = "libi2c_qelifc";
-constexpr uint32_t attempts = 3;
+constexpr char kLogTag[] = "libi2c_qelifc";
+constexpr uint32_t kAttempts = 3;
 
 template <typename Byte, typename Call>
 int32_t repeat(const char *name, Call call, const ei2c_client *eclient, int32_t offset, Byte *buf,
                int32_t len)
 {
     int32_t ret = 0;
-    for (uint32_t attempt = 0; attempt < attempts; ++attempt) {
+    for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {
         ret = call(eclient, offset, buf, len);
         if (ret > 0)
             return ret;

@@ -5,14 +5,14 @@
 
 namespace
 {
-constexpr char log_tag[] = "libi2c_qelifc";
+constexpr char kLogTag[] = "libi2c_qelifc";
 } // namespace
 
 int32_t i2cRead(const ei2c_client *eclient, uint32_t datalen, uint8_t *data, uint32_t offsetlen,
                 uint32_t offset)
 {
     QEL_REQUIRE(eclient, -1);
-    if (datalen > longest_message || offsetlen > longest_message) {
+    if (datalen > kLongestMessage || offsetlen > kLongestMessage) {
         QEL_RUNTIME_TEXT("offsetlen + datalen overflow\n");
         return -1;
     }
@@ -43,7 +43,7 @@ int32_t i2cWrite(const ei2c_client *eclient, uint32_t datalen, const uint8_t *da
                  uint32_t offsetlen, uint32_t offset)
 {
     QEL_REQUIRE(eclient, -1);
-    if (uint64_t{offsetlen} + datalen >= longest_message) {
+    if (uint64_t{offsetlen} + datalen >= kLongestMessage) {
         QEL_RUNTIME_TEXT("offsetlen + datalen overflow\n");
         return -1;
     }

@@ -8,10 +8,10 @@
 namespace
 {
 
-constexpr char log_tag[] = "libi2c_qelifc";
+constexpr char kLogTag[] = "libi2c_qelifc";
 
-constexpr uint32_t longest_block_sent = 253;
-constexpr uint8_t longest_block_received = 32;
+constexpr uint32_t kLongestBlockSent = 253;
+constexpr uint8_t kLongestBlockReceived = 32;
 
 using Engine = decltype(ei2c_smbus_xfer);
 
@@ -24,7 +24,7 @@ struct Area {
 
 uint32_t cut(uint32_t length)
 {
-    return std::min(length, longest_block_sent);
+    return std::min(length, kLongestBlockSent);
 }
 
 void put_block(Area &area, const uint8_t *values, uint32_t length)
@@ -57,7 +57,7 @@ int32_t get_block(const char *function, int32_t ret, const Area &area, uint8_t c
                   uint8_t *values, uint8_t *length)
 {
     const uint8_t count = area.bytes[0];
-    if (count > longest_block_received) {
+    if (count > kLongestBlockReceived) {
         QEL_RUNTIME("[%s %d] read smbus data error, length = %d, cmd = %#x\n", function, __LINE__,
                     count, command);
         return -1;
@@ -120,7 +120,7 @@ int32_t ei2c_smbus_read_block_data(const ei2c_client *eclient, uint8_t command, 
         ei2c_smbus_xfer(eclient, I2C_SMBUS_READ, command, I2C_SMBUS_BLOCK_DATA, area.bytes);
     if (ret < 0)
         return ret;
-    if (area.bytes[0] != 0 && area.bytes[0] <= longest_block_received)
+    if (area.bytes[0] != 0 && area.bytes[0] <= kLongestBlockReceived)
         QEL_REQUIRE(values, -1);
     return get_block("ei2c_smbus_read_block_data", ret, area, command, values, len);
 }
@@ -174,7 +174,7 @@ int32_t ei2c_smbus_read_block_proc_call_data(const ei2c_client *eclient, uint8_t
         ei2c_smbus_xfer(eclient, I2C_SMBUS_READ, command, I2C_SMBUS_BLOCK_PROC_CALL, area.bytes);
     if (ret < 0)
         return ret;
-    if (area.bytes[0] != 0 && area.bytes[0] <= longest_block_received)
+    if (area.bytes[0] != 0 && area.bytes[0] <= kLongestBlockReceived)
         QEL_REQUIRE(read_buf, -1);
     return get_block("ei2c_smbus_read_block_proc_call_data", ret, area, command, read_buf,
                      read_len);

@@ -7,11 +7,11 @@
 namespace
 {
 
-constexpr uint32_t highest_bus = 65534;
+constexpr uint32_t kHighestBus = 65534;
 
 bool open_path_for_hold(const ei2c_client &eclient, const DevicePath &path, int32_t &ret)
 {
-    for (int32_t attempt = 0; attempt < try_limit; ++attempt) {
+    for (int32_t attempt = 0; attempt < kTryLimit; ++attempt) {
         ret = open_path(eclient, path, ErrnoForm::number);
         if (ret >= 0)
             return true;
@@ -35,7 +35,7 @@ int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_
     QEL_REQUIRE(eclient, -1);
     QEL_REQUIRE(pfd, -1);
     QEL_REQUIRE(psdwSemId, -1);
-    if (eclient->bus > highest_bus)
+    if (eclient->bus > kHighestBus)
         return -1;
     HeldBus held;
     const int32_t taken = take_bus(*eclient, TakeLines::hold, held);
@@ -50,7 +50,7 @@ int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_
 int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId)
 {
     QEL_REQUIRE(eclient, -1);
-    if (eclient->bus > highest_bus)
+    if (eclient->bus > kHighestBus)
         return -1;
     const int32_t ret = release_bus(*eclient, fd, sdwSemId);
     if (ret >= 0)
@@ -63,7 +63,7 @@ int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32
     QEL_REQUIRE(eclient, -1);
     QEL_REQUIRE(pfd, -1);
     QEL_REQUIRE(psdwSemId, -1);
-    if (eclient->bus > highest_bus)
+    if (eclient->bus > kHighestBus)
         return -1;
     HeldBus held;
     const int32_t taken = take_bus(*eclient, TakeLines::hold_with_errno_text, held);
@@ -84,12 +84,12 @@ int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32
 int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId)
 {
     QEL_REQUIRE(eclient, -1);
-    if (eclient->bus > highest_bus)
+    if (eclient->bus > kHighestBus)
         return -1;
     DevicePath path;
     const bool found = find_device(*eclient, path);
     if (found) {
-        for (int32_t attempt = 0; attempt < try_limit; ++attempt) {
+        for (int32_t attempt = 0; attempt < kTryLimit; ++attempt) {
             if (close_path_of_hold(*eclient, path))
                 break;
         }

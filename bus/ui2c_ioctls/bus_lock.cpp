@@ -20,12 +20,12 @@ uint32_t g_dwEi2cLog = 0;
 namespace
 {
 
-constexpr uint32_t lockable_buses = 16;
-constexpr uint32_t first_semaphore_key = 0x3060;
-constexpr uint32_t wait_without_limit = 65535;
-constexpr off_t owner_table_address = 0xB8210000;
+constexpr uint32_t kLockableBuses = 16;
+constexpr uint32_t kFirstSemaphoreKey = 0x3060;
+constexpr uint32_t kWaitWithoutLimit = 65535;
+constexpr off_t kOwnerTableAddress = 0xB8210000;
 static_assert(sizeof(off_t) == 8, "the owner table lies above the reach of a 32-bit offset");
-constexpr size_t owner_table_size = lockable_buses * sizeof(uint32_t);
+constexpr size_t kOwnerTableSize = kLockableBuses * sizeof(uint32_t);
 
 int32_t open_device_file(uint32_t bus)
 {
@@ -45,9 +45,9 @@ int32_t _adapter_ipcsemid(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-ide
 {
     QEL_REQUIRE(adapter, -1);
     const uint32_t bus = adapter->bus;
-    ui2c_adapter_data *data = bus < lockable_buses ? __adapter_data(adapter) : nullptr;
+    ui2c_adapter_data *data = bus < kLockableBuses ? __adapter_data(adapter) : nullptr;
     const int32_t semid = data == nullptr ? -1 : create_once(data->semid, [bus] {
-        return OAL_SemCreate(bus + first_semaphore_key);
+        return OAL_SemCreate(bus + kFirstSemaphoreKey);
     });
     if (semid < 0)
         QEL_RUNTIME("line: %d, func: %s(), ipc sem_creat for bus %u failed\n", __LINE__,
@@ -60,13 +60,13 @@ void map_owner_table()
 {
     const int fd = open("/dev/mem", O_RDWR);
     if (fd < 0) {
-        QEL_ERROR(132, "[%s] Failed to get device fd.\n", log_tag);
+        QEL_ERROR(132, "[%s] Failed to get device fd.\n", kLogTag);
         return;
     }
-    void *table = mmap(nullptr, owner_table_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
-                       owner_table_address);
+    void *table =
+        mmap(nullptr, kOwnerTableSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, kOwnerTableAddress);
     if (table == MAP_FAILED) {
-        QEL_ERROR(132, "[%s] Failed to get mem vir addr.\n", log_tag);
+        QEL_ERROR(132, "[%s] Failed to get mem vir addr.\n", kLogTag);
         (void)close(fd);
         return;
     }
@@ -118,7 +118,7 @@ int32_t ipc_lock_adapter(ui2c_adapter *adapter)
     const int32_t semid = _adapter_ipcsemid(adapter);
     if (semid < 0)
         return semid;
-    if (OAL_SemLockBySemId(semid, wait_without_limit) == 0)
+    if (OAL_SemLockBySemId(semid, kWaitWithoutLimit) == 0)
         return semid;
     QEL_ERROR_ERRNO(132, "bus:%d OAL_SemLockBySemId failed: %d, %s\n",
                     static_cast<int>(adapter->bus));
@@ -127,7 +127,7 @@ int32_t ipc_lock_adapter(ui2c_adapter *adapter)
 
 int32_t ipc_unlock_adapter(int32_t semid)
 {
-    return OAL_SemUnLockBySemId(semid, wait_without_limit);
+    return OAL_SemUnLockBySemId(semid, kWaitWithoutLimit);
 }
 
 int32_t exclusive_file_lock(int32_t fd)
@@ -157,7 +157,7 @@ int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
         if (!owner_table_mapped())
             return -1;
     }
-    if (adapter->bus < lockable_buses) {
+    if (adapter->bus < kLockableBuses) {
         auto *slots = reinterpret_cast<uint32_t *>(tpidMap); // NOLINT(performance-no-int-to-ptr)
         __atomic_store_n(slots + adapter->bus, pid, __ATOMIC_RELAXED);
     }

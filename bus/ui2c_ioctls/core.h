@@ -6,7 +6,7 @@
 #include "bus/report.h"
 #include "qeli2c.h"
 
-constexpr char log_tag[] = "ui2c_ioctls";
+constexpr char kLogTag[] = "ui2c_ioctls";
 
 // bus_lock
 ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter); // NOLINT(bugprone-reserved-identifier)
@@ -64,7 +64,7 @@ struct Transfer {
     } smbus;
 };
 
-constexpr int32_t try_limit = 4;
+constexpr int32_t kTryLimit = 4;
 
 // The transfer step alone, on an open path.
 int32_t transfer_once(const ei2c_client &eclient, const DevicePath &path, const Transfer &transfer);

@@ -131,14 +131,14 @@ int32_t transfer_with_retries(const ei2c_client &eclient, const DevicePath &path
     Tries tries;
     int32_t failed = 0;
     while (!try_once(eclient, path, transfer, tries)) {
-        if (++failed == try_limit)
+        if (++failed == kTryLimit)
             break;
     }
-    if (failed >= try_limit - 1)
+    if (failed >= kTryLimit - 1)
         QEL_RUNTIME_ERRNO("bus=%u, addr=%x, swiaddr=%x, swichnl=%u, ret=%d, xfer=%d, tries=%d, "
                           "retries=%d, errno=%d, %s\n",
                           eclient.bus, eclient.addr, eclient.swi_addr, eclient.swi_chnl, tries.ret,
-                          tries.xfer, failed, try_limit - 1);
+                          tries.xfer, failed, kTryLimit - 1);
     if (tries.xfer < 0)
         errno = tries.error;
     return tries.xfer;

@@ -9,10 +9,10 @@ namespace
 {
 
 // Writes of 0xB0 to this register are put on record.
-constexpr uint32_t audited_bus = 4;
-constexpr uint16_t audited_addr = 0x60;
-constexpr uint8_t audited_register = 0x57;
-constexpr uint8_t audited_value = 0xB0;
+constexpr uint32_t kAuditedBus = 4;
+constexpr uint16_t kAuditedAddr = 0x60;
+constexpr uint8_t kAuditedRegister = 0x57;
+constexpr uint8_t kAuditedValue = 0xB0;
 
 // 0 when the device file is ready for reading, or for writing too when asked, within a second.
 int32_t wait_ready(int32_t fd, bool for_writing)
@@ -36,32 +36,32 @@ int32_t wait_ready(int32_t fd, bool for_writing)
 
 void audit_rdwr(const ui2c_adapter &adapter, uint16_t addr, const i2c_msg *msgs, int32_t num)
 {
-    if (adapter.bus != audited_bus || addr != audited_addr || num != 1 || msgs[0].flags != 0 ||
+    if (adapter.bus != kAuditedBus || addr != kAuditedAddr || num != 1 || msgs[0].flags != 0 ||
         msgs[0].len < 2 || msgs[0].buf == nullptr)
         return;
     const uint8_t *bytes = msgs[0].buf;
-    const bool one_byte_offset = bytes[0] == audited_register && bytes[1] == audited_value;
+    const bool one_byte_offset = bytes[0] == kAuditedRegister && bytes[1] == kAuditedValue;
     const bool two_byte_offset = msgs[0].len >= 3 && bytes[0] == 0 &&
-                                 bytes[1] == audited_register && bytes[2] == audited_value;
+                                 bytes[1] == kAuditedRegister && bytes[2] == kAuditedValue;
     if (one_byte_offset || two_byte_offset)
-        _ssp_info(64, log_tag, __LINE__, "ui2c_rdwr_xfer", "[%d] bus=%d, addr=%x flag=%d", getpid(),
+        _ssp_info(64, kLogTag, __LINE__, "ui2c_rdwr_xfer", "[%d] bus=%d, addr=%x flag=%d", getpid(),
                   static_cast<int>(adapter.bus), addr, msgs[0].flags);
 }
 
 void audit_smbus(const ui2c_adapter &adapter, uint16_t addr, char read_write, uint8_t command,
                  int32_t size, const uint8_t *data)
 {
-    if (adapter.bus != audited_bus || addr != audited_addr || command != audited_register ||
+    if (adapter.bus != kAuditedBus || addr != kAuditedAddr || command != kAuditedRegister ||
         read_write != I2C_SMBUS_WRITE || data == nullptr)
         return;
     const int bus = static_cast<int>(adapter.bus);
-    if ((size == I2C_SMBUS_BYTE_DATA || size == I2C_SMBUS_WORD_DATA) && data[0] == audited_value) {
+    if ((size == I2C_SMBUS_BYTE_DATA || size == I2C_SMBUS_WORD_DATA) && data[0] == kAuditedValue) {
         const unsigned value = size == I2C_SMBUS_WORD_DATA ? data[0] | data[1] << 8U : data[0];
-        _ssp_info(64, log_tag, __LINE__, "ui2c_smbus_xfer",
+        _ssp_info(64, kLogTag, __LINE__, "ui2c_smbus_xfer",
                   "[%d] bus=%d, addr=%x r/w=%d cmd=%x data=%x", getpid(), bus, addr, read_write,
                   command, value);
-    } else if (size == I2C_SMBUS_BLOCK_DATA && data[0] != 0 && data[1] == audited_value) {
-        _ssp_info(64, log_tag, __LINE__, "ui2c_smbus_xfer",
+    } else if (size == I2C_SMBUS_BLOCK_DATA && data[0] != 0 && data[1] == kAuditedValue) {
+        _ssp_info(64, kLogTag, __LINE__, "ui2c_smbus_xfer",
                   "[%d] bus=%d, addr=%x r/w=%d cmd=%x len=%x", getpid(), bus, addr, read_write,
                   command, data[0]);
     }

@@ -8,26 +8,26 @@
 namespace
 {
 
-constexpr char log_tag[] = "epld";
+constexpr char kLogTag[] = "epld";
 
 constexpr uint32_t GD25VQ40C_ANLOGIC_ID =
     0xC84213; // JEDEC identification of the SPI flash behind an EF2
 constexpr uint32_t ANLOGIC_EF3 = 0xCC3F;
 
-constexpr int32_t anlogic = 3;
-constexpr int32_t lattice = 2;
-constexpr int32_t pango = 1;
+constexpr int32_t kAnlogic = 3;
+constexpr int32_t kLattice = 2;
+constexpr int32_t kPango = 1;
 
-constexpr uint32_t id_length = 4;
-constexpr uint32_t lattice_id_offset = 0xE0000000;
-constexpr uint8_t lattice_offset_length = 4;
-constexpr uint8_t pango_id_command = 0xA1;
-constexpr uint8_t ef2_mode_command = 0x01;
-constexpr uint8_t ef2_spi_mode = 0xF0;
-constexpr uint8_t ef2_spi_write_command = 0x02;
-constexpr uint8_t ef2_spi_result_command = 0x00;
-constexpr uint32_t jedec_read_id = 0x9F000000;
-constexpr uint8_t ef3_id_command = 0x51;
+constexpr uint32_t kIdLength = 4;
+constexpr uint32_t kLatticeIdOffset = 0xE0000000;
+constexpr uint8_t kLatticeOffsetLength = 4;
+constexpr uint8_t kPangoIdCommand = 0xA1;
+constexpr uint8_t kEf2ModeCommand = 0x01;
+constexpr uint8_t kEf2SpiMode = 0xF0;
+constexpr uint8_t kEf2SpiWriteCommand = 0x02;
+constexpr uint8_t kEf2SpiResultCommand = 0x00;
+constexpr uint32_t kJedecReadId = 0x9F000000;
+constexpr uint8_t kEf3IdCommand = 0x51;
 
 void report_place(const char *step, const ei2c_client &client, uint32_t offset,
                   uint32_t offset_length, uint32_t data_length)
@@ -41,7 +41,7 @@ void report_place(const char *step, const ei2c_client &client, uint32_t offset,
 
 void reverseBits(uint8_t *pucData)
 {
-    for (uint32_t i = 0; i < id_length; ++i) {
+    for (uint32_t i = 0; i < kIdLength; ++i) {
         unsigned byte = pucData[i];
         byte = (byte & 0xF0) >> 4 | (byte & 0x0F) << 4;
         byte = (byte & 0xCC) >> 2 | (byte & 0x33) << 2;
@@ -58,11 +58,11 @@ int32_t Anlogic_ReadEpldCfg(const ei2c_client *ptEpldI2cClient, uint8_t ucReg, u
         return -1;
     }
     const int32_t ret =
-        pango_i2c_read_multi_para(ptEpldI2cClient, ucReg, 0, dwOffsetLen, id_length, pucData);
+        pango_i2c_read_multi_para(ptEpldI2cClient, ucReg, 0, dwOffsetLen, kIdLength, pucData);
     if (ret != 0) {
         QEL_AUDIT("Anlogic_ReadEpldCfg", "pango_i2c_read_multi_para Function failed, return %d\n",
                   ret);
-        report_place("Anlogic_ReadEpldCfg", *ptEpldI2cClient, ucReg, 1, id_length);
+        report_place("Anlogic_ReadEpldCfg", *ptEpldI2cClient, ucReg, 1, kIdLength);
     }
     return ret;
 }
@@ -88,7 +88,7 @@ int32_t Anlogic_WriteEpldCfgData(const ei2c_client *ptEpldI2cClient, uint8_t ucR
 int32_t Anlogic_WriteSpiMode(const ei2c_client *ptEpldI2cClient)
 {
     const int32_t ret =
-        Anlogic_WriteEpldCfgData(ptEpldI2cClient, ef2_mode_command, ef2_spi_mode, 1, 0, nullptr);
+        Anlogic_WriteEpldCfgData(ptEpldI2cClient, kEf2ModeCommand, kEf2SpiMode, 1, 0, nullptr);
     if (ret != 0)
         QEL_AUDIT_TEXT("Anlogic_WriteSpiMode", "Anlogic_WriteEpldCfgData failed \n");
     return ret;
@@ -96,11 +96,11 @@ int32_t Anlogic_WriteSpiMode(const ei2c_client *ptEpldI2cClient)
 
 int32_t lattice_read_epld_cfg(const ei2c_client *ptEpldI2cClient, uint8_t *pucData)
 {
-    const int32_t ret = i2c_read_multi_para(ptEpldI2cClient, lattice_id_offset,
-                                            lattice_offset_length, id_length, pucData);
+    const int32_t ret = i2c_read_multi_para(ptEpldI2cClient, kLatticeIdOffset, kLatticeOffsetLength,
+                                            kIdLength, pucData);
     if (ret != 0) {
-        report_place("lattice_read_epld_cfg", *ptEpldI2cClient, lattice_id_offset,
-                     lattice_offset_length, id_length);
+        report_place("lattice_read_epld_cfg", *ptEpldI2cClient, kLatticeIdOffset,
+                     kLatticeOffsetLength, kIdLength);
         QEL_AUDIT("lattice_read_epld_cfg", "i2cRead failed, return 0x%x\n",
                   static_cast<unsigned>(ret));
     }
@@ -112,9 +112,9 @@ int32_t pango_read_epld_cfg(const ei2c_client *ptEpldI2cClient, uint8_t *pucData
     QEL_REQUIRE(ptEpldI2cClient, -1);
     QEL_REQUIRE(pucData, -1);
     const int32_t ret =
-        pango_i2c_read_multi_para(ptEpldI2cClient, pango_id_command, 0, 3, id_length, pucData);
+        pango_i2c_read_multi_para(ptEpldI2cClient, kPangoIdCommand, 0, 3, kIdLength, pucData);
     if (ret != 0) {
-        report_place("pango_read_epld_cfg", *ptEpldI2cClient, pango_id_command, 1, id_length);
+        report_place("pango_read_epld_cfg", *ptEpldI2cClient, kPangoIdCommand, 1, kIdLength);
         QEL_AUDIT("pango_read_epld_cfg", "I2C Read Multi Para fail, return 0x%x\n",
                   static_cast<unsigned>(ret));
     }
@@ -152,12 +152,12 @@ int32_t epld_anlogic_ef2_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8
         return -1;
     }
     const uint8_t zero = 0;
-    if (Anlogic_WriteEpldCfgData(ptEpldI2cClient, ef2_spi_write_command, jedec_read_id, 4, 1,
-                                 &zero) != 0) {
+    if (Anlogic_WriteEpldCfgData(ptEpldI2cClient, kEf2SpiWriteCommand, kJedecReadId, 4, 1, &zero) !=
+        0) {
         QEL_AUDIT_TEXT(self, "Anlogic_WriteEpldCfgData failed \n");
         return -1;
     }
-    if (Anlogic_ReadEpldCfg(ptEpldI2cClient, ef2_spi_result_command, 3, pucData) != 0) {
+    if (Anlogic_ReadEpldCfg(ptEpldI2cClient, kEf2SpiResultCommand, 3, pucData) != 0) {
         QEL_AUDIT_TEXT(self, "Anlogic_ReadEpldCfg failed \n");
         return -1;
     }
@@ -174,13 +174,13 @@ int32_t epld_anlogic_ef2_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8
 int32_t epld_anlogic_ef3_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData)
 {
     const char *const self = "epld_anlogic_ef3_read_deviceId";
-    if (Anlogic_ReadEpldCfg(ptEpldI2cClient, ef3_id_command, 0, pucData) != 0) {
+    if (Anlogic_ReadEpldCfg(ptEpldI2cClient, kEf3IdCommand, 0, pucData) != 0) {
         QEL_AUDIT_TEXT(self, "Anlogic_ReadEpldCfg failed ");
         return -1;
     }
     QEL_REQUIRE(pucData, -1);
     reverseBits(pucData);
-    reverseArray(pucData, id_length);
+    reverseArray(pucData, kIdLength);
     const uint32_t id = BytesToDword(pucData);
     if (id != ANLOGIC_EF3) {
         QEL_AUDIT(self, "id(%#X) is not ANLOGIC_EF3 (%#X)\n", id, ANLOGIC_EF3);
@@ -229,15 +229,15 @@ int32_t epld_i2c_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucD
     }
     if (epld_anlogic_read_deviceId(ptEpldI2cClient, pucData) == 0) {
         QEL_AUDIT_PLAIN_TEXT(self, "anlogic read device id sucess\n");
-        return anlogic;
+        return kAnlogic;
     }
     if (epld_lattice_read_deviceId(ptEpldI2cClient, pucData) == 0) {
         QEL_AUDIT_PLAIN_TEXT(self, "lattice read device id sucess\n");
-        return lattice;
+        return kLattice;
     }
     if (epld_pango_read_deviceId(ptEpldI2cClient, pucData) == 0) {
         QEL_AUDIT_PLAIN_TEXT(self, "pango read device id sucess\n");
-        return pango;
+        return kPango;
     }
     return -1;
 }

@@ -7,7 +7,7 @@
 namespace
 {
 
-constexpr char log_tag[] = "epld";
+constexpr char kLogTag[] = "epld";
 
 } // namespace
 
@@ -16,9 +16,9 @@ int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint
 {
     QEL_REQUIRE(client, -1);
     const uint64_t total = uint64_t{1} + dwOffsetLen;
-    if (total % (longest_message + 1) == 0)
+    if (total % (kLongestMessage + 1) == 0)
         return 0;
-    if (total > longest_message || dwDataLen > longest_message)
+    if (total > kLongestMessage || dwDataLen > kLongestMessage)
         return -1;
     MessageBytes sent;
     if (!lay_out(sent, &ucReg, dwOffsetLen, dwOffsetAddr, nullptr, 0))
@@ -42,7 +42,7 @@ int32_t pango_i2c_write_multi_para(const ei2c_client *client, uint8_t ucReg, uin
 {
     QEL_REQUIRE(client, -1);
     const uint64_t total = uint64_t{1} + dwOffsetLen + dwDataLen;
-    if (total > longest_message)
+    if (total > kLongestMessage)
         return -1;
     MessageBytes sent;
     if (!lay_out(sent, &ucReg, dwOffsetLen, dwOffsetAddr, pucData, dwDataLen))
@@ -65,7 +65,7 @@ int32_t pango_i2c_write_or_read_with_nack(const ei2c_client *client, uint8_t ucR
 {
     QEL_REQUIRE(client, -1);
     const uint64_t total = uint64_t{1} + dwValueLen;
-    if (total > longest_message)
+    if (total > kLongestMessage)
         return -1;
     MessageBytes sent;
     if (!lay_out(sent, &ucReg, dwValueLen, dwValue, nullptr, 0)) {

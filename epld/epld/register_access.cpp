@@ -7,11 +7,11 @@
 namespace
 {
 
-constexpr char log_tag[] = "epld";
+constexpr char kLogTag[] = "epld";
 
 bool fits(const char *function, uint8_t offset_length, uint32_t data_length)
 {
-    if (uint64_t{offset_length} + data_length <= longest_message)
+    if (uint64_t{offset_length} + data_length <= kLongestMessage)
         return true;
     QEL_AUDIT_TEXT(function, "ucOffsetLen + dwDataLen overflow !\n");
     return false;

@@ -15,7 +15,7 @@ namespace
 using simboard::testing::Board;
 using Lines = std::vector<std::string>;
 
-constexpr char description[] = R"({
+constexpr char kDescription[] = R"({
   "name": "access",
   "buses": [ { "bus": 4, "devices": [
     { "name": "near", "type": "registers", "address": "0x60" },
@@ -27,7 +27,7 @@ constexpr char description[] = R"({
 
 Board &board()
 {
-    static Board one(description);
+    static Board one(kDescription);
     return one;
 }
 
@@ -88,7 +88,7 @@ private:
     int done_ = -1;
 };
 
-constexpr int stay = -1;
+constexpr int kStay = -1;
 
 class BoardAccess : public testing::Test
 {
@@ -187,7 +187,7 @@ TEST_F(BoardAccess, KilledHolderFreesTheBusAndItsOpenPathDoesNoHarm)
         Child holder([] {
             int32_t fd = -1;
             int32_t semid = -1;
-            return ei2c_smbus_select_switch(&far_device, &fd, &semid) >= 0 ? stay : 1;
+            return ei2c_smbus_select_switch(&far_device, &fd, &semid) >= 0 ? kStay : 1;
         });
         ASSERT_TRUE(holder.is_done(10000));
         EXPECT_EQ(board().peek("second"), 0x08);

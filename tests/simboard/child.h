@@ -9,9 +9,9 @@
 #include <functional>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
+constexpr bool kSanitized = true;
 #else
-constexpr bool SANITIZED = false;
+constexpr bool kSanitized = false;
 #endif
 
 class Child

@@ -13,8 +13,8 @@ namespace
 using simboard::testing::Board;
 using simboard::testing::reference_board;
 
-constexpr uint16_t EEPROM = 0x50;       // bus 0: busy after a write
-constexpr uint16_t READY_EEPROM = 0x50; // bus 7: never busy
+constexpr uint16_t kEeprom = 0x50;      // bus 0: busy after a write
+constexpr uint16_t kReadyEeprom = 0x50; // bus 7: never busy
 
 Bytes run(uint8_t first, size_t count)
 {
@@ -38,12 +38,12 @@ TEST(At24c512, WritesWrapWithinThePage)
 {
     Board board(reference_board());
     const Device bus(7);
-    ASSERT_EQ(bus.write(READY_EEPROM, at(0x12fe, {1, 2, 3, 4})), 1);
+    ASSERT_EQ(bus.write(kReadyEeprom, at(0x12fe, {1, 2, 3, 4})), 1);
     EXPECT_EQ(board.peek("scratch-eeprom", 0x12fe, 3), (Bytes{1, 2, 0xff}));
     EXPECT_EQ(board.peek("scratch-eeprom", 0x1280, 3), (Bytes{3, 4, 0xff}));
 
     // More than a page: the last 128 bytes stay, each where it fell.
-    ASSERT_EQ(bus.write(READY_EEPROM, at(0x2000, run(0, 130))), 1);
+    ASSERT_EQ(bus.write(kReadyEeprom, at(0x2000, run(0, 130))), 1);
     EXPECT_EQ(board.peek("scratch-eeprom", 0x2000, 3), (Bytes{128, 129, 2}));
     EXPECT_EQ(board.peek("scratch-eeprom", 0x2080), 0xff);
 }
@@ -55,10 +55,10 @@ TEST(At24c512, ReadsRollOverTheWholeChip)
     board.poke("scratch-eeprom", 0xfffe, {7, 8});
     board.poke("scratch-eeprom", 0, {9, 10});
     Bytes bytes(3);
-    ASSERT_EQ(bus.write_read(READY_EEPROM, at(0xfffe, {}), bytes), 2);
+    ASSERT_EQ(bus.write_read(kReadyEeprom, at(0xfffe, {}), bytes), 2);
     EXPECT_EQ(bytes, (Bytes{7, 8, 9}));
     Bytes next(1); // the address counter goes on where the last read ended
-    ASSERT_EQ(bus.read(READY_EEPROM, next), 1);
+    ASSERT_EQ(bus.read(kReadyEeprom, next), 1);
     EXPECT_EQ(next, Bytes{10});
 }
 
@@ -68,13 +68,13 @@ TEST(At24c512, OnlyDataFollowedByStopIsWritten)
     const Device bus(7);
     Bytes write = at(0x100, {0xaa});
     Bytes byte(1);
-    EXPECT_EQ(bus.write_read(READY_EEPROM, write, byte), 2); // a repeated START follows the data
+    EXPECT_EQ(bus.write_read(kReadyEeprom, write, byte), 2); // a repeated START follows the data
     EXPECT_EQ(board.peek("scratch-eeprom", 0x100), 0xff);
     Bytes other = {0};
-    EXPECT_EQ(bus.transfer({{READY_EEPROM, 0, 3, write.data()}, {0x30, 0, 1, other.data()}}), 2);
+    EXPECT_EQ(bus.transfer({{kReadyEeprom, 0, 3, write.data()}, {0x30, 0, 1, other.data()}}), 2);
     EXPECT_EQ(board.peek("scratch-eeprom", 0x100), 0xff);
-    EXPECT_EQ(bus.write(READY_EEPROM, {0x01}), 1); // half an address
-    EXPECT_EQ(bus.write(READY_EEPROM, at(0x100, {0xbb})), 1);
+    EXPECT_EQ(bus.write(kReadyEeprom, {0x01}), 1); // half an address
+    EXPECT_EQ(bus.write(kReadyEeprom, at(0x100, {0xbb})), 1);
     EXPECT_EQ(board.peek("scratch-eeprom", 0x100), 0xbb);
 }
 
@@ -89,12 +89,12 @@ TEST(At24c512, DoesNotAnswerDuringItsWriteCycle)
 {
     Board board(reference_board());
     const Device bus(0);
-    ASSERT_EQ(bus.write(EEPROM, at(0, {})), 1); // an address alone starts no cycle
+    ASSERT_EQ(bus.write(kEeprom, at(0, {})), 1); // an address alone starts no cycle
     const uint64_t before = now_ns();
-    ASSERT_EQ(bus.write(EEPROM, at(0, {1})), 1);
+    ASSERT_EQ(bus.write(kEeprom, at(0, {1})), 1);
     int result;
     int refused = 0;
-    while ((result = bus.write(EEPROM, at(1, {}))) == -ENXIO) {
+    while ((result = bus.write(kEeprom, at(1, {}))) == -ENXIO) {
         refused++;
     }
     const uint64_t cycle = now_ns() - before;
@@ -103,8 +103,8 @@ TEST(At24c512, DoesNotAnswerDuringItsWriteCycle)
     EXPECT_EQ(board.totals(0).address_nacks, static_cast<uint64_t>(refused));
 
     const Device ready(7);
-    EXPECT_EQ(ready.write(READY_EEPROM, at(0, {1})), 1);
-    EXPECT_EQ(ready.write(READY_EEPROM, at(1, {2})), 1);
+    EXPECT_EQ(ready.write(kReadyEeprom, at(0, {1})), 1);
+    EXPECT_EQ(ready.write(kReadyEeprom, at(1, {2})), 1);
 }
 
 TEST(Registers, PointerMovesOnAndWraps)

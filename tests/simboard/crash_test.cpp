@@ -19,7 +19,7 @@ using simboard::Counters;
 using simboard::testing::Board;
 using simboard::testing::reference_board;
 
-constexpr int KILLS = SANITIZED ? 60 : 300;
+constexpr int kKills = kSanitized ? 60 : 300;
 
 // One transfer that fills all 256 registers 32 times and a page of the EEPROM with one value.
 int fill_everything(const Device &bus, uint8_t value)
@@ -74,7 +74,7 @@ TEST(KilledTask, LeavesTheBoardAsBeforeItsTransfer)
     const Device bus(7);
     std::mt19937 random(20221);
     std::uniform_int_distribution<long> delay_us(0, 1000);
-    for (int i = 0; i < KILLS; i++) {
+    for (int i = 0; i < kKills; i++) {
         Child child([] {
             std::thread([] { fill_for_ever(); }).detach();
             return true;
@@ -89,7 +89,7 @@ TEST(KilledTask, LeavesTheBoardAsBeforeItsTransfer)
     }
     // Most of a child's life passes within transfers: without the journal this would have failed
     // long ago.
-    EXPECT_GT(board.view().state->buses[7].recoveries.load(), KILLS / 15U);
+    EXPECT_GT(board.view().state->buses[7].recoveries.load(), kKills / 15U);
 }
 
 TEST(KilledTask, CutOffTransferNeverHappened)

@@ -6,7 +6,7 @@ namespace
 
 using simboard::testing::Board;
 
-constexpr uint16_t ADDRESS = 0x41;
+constexpr uint16_t kAddress = 0x41;
 
 std::string epld(const std::string &kind)
 {
@@ -30,7 +30,7 @@ TEST(EpldModel, RefusesTheOpcodesOfOtherVendors)
         Bytes known;
         for (unsigned opcode = 0; opcode < 256; opcode++) {
             const bool is_user_page = opcode >> 4 == 8;
-            const int result = bus.write(ADDRESS, {static_cast<uint8_t>(opcode)});
+            const int result = bus.write(kAddress, {static_cast<uint8_t>(opcode)});
             if (is_user_page) {
                 EXPECT_EQ(result, 1) << row.kind << opcode;
             } else if (result == 1) {
@@ -48,7 +48,7 @@ TEST(EpldModel, RefusesAtTheOpcode)
 {
     Board board(epld("pango"));
     Bytes id(4);
-    EXPECT_EQ(Device(0).write_read(ADDRESS, {0xe0, 0, 0, 0}, id), -EIO);
+    EXPECT_EQ(Device(0).write_read(kAddress, {0xe0, 0, 0, 0}, id), -EIO);
     EXPECT_EQ(board.wire(0), (std::vector<std::string>{"W 0x41 e0 NACK", "P EIO"}));
 }
 
@@ -56,7 +56,7 @@ TEST(EpldModel, LatticeCommands)
 {
     Board board(epld("lattice"));
     const Device bus(0);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {
                {"identification", {0xe0, 0, 0, 0}, {0x01, 0x2b, 0xa0, 0x43}},
                {"nothing behind it", {0xe0, 0, 0, 0}, {0x01, 0x2b, 0xa0, 0x43, 0xff, 0xff}},
@@ -74,31 +74,31 @@ TEST(EpldModel, LatticeCommands)
                {"so nothing is driven", {}, {0xff, 0xff}},
            });
     board.set_stimulus("epld", "id", 0x012b9043);
-    follow(bus, ADDRESS, {{"another part", {0xe0, 0, 0, 0}, {0x01, 0x2b, 0x90, 0x43}}});
+    follow(bus, kAddress, {{"another part", {0xe0, 0, 0, 0}, {0x01, 0x2b, 0x90, 0x43}}});
 }
 
 TEST(EpldModel, PangoAndEf3Identification)
 {
     Board pango(board_with(
         R"({"name": "epld", "type": "epld-pango", "address": "0x41", "id": "0x8040c012"})"));
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {{"identification", {0xa1, 0, 0, 0}, {0x80, 0x40, 0xc0, 0x12}},
             {"operands missing", {0xa1}, {0xff, 0xff}}});
 
     Board ef3(epld("anlogic-ef3"));
     const Device bus(0);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {{"identification", {0x51}, {0xfc, 0x33, 0x00, 0x00}},
             {"takes no operand", {0x51, 0}, {}, EIO}});
     ef3.set_stimulus("epld", "id", 0xfc340000);
-    follow(bus, ADDRESS, {{"another part", {0x51}, {0xfc, 0x34, 0, 0}}});
+    follow(bus, kAddress, {{"another part", {0x51}, {0xfc, 0x34, 0, 0}}});
 }
 
 TEST(EpldModel, Ef2ShiftsToItsFlashInSpiMode)
 {
     Board board(epld("anlogic-ef2"));
     const Device bus(0);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {
                {"nothing to shift through yet", {0x02, 0x9f, 0, 0, 0, 0}, {}, EIO},
                {"nor to read", {0x00, 0, 0, 0}, {0}, EIO},
@@ -124,13 +124,13 @@ TEST(EpldModel, Ef2ShiftsToItsFlashInSpiMode)
     long_shift[0] = 0x02;
     long_shift[1] = 0x05;
     Bytes back(300);
-    follow(bus, ADDRESS, {{"SPI mode", {0x01, 0xf0}, {}}, {"long", long_shift, {}}});
-    ASSERT_EQ(bus.write_read(ADDRESS, {0x00, 0, 0, 0}, back), 2);
+    follow(bus, kAddress, {{"SPI mode", {0x01, 0xf0}, {}}, {"long", long_shift, {}}});
+    ASSERT_EQ(bus.write_read(kAddress, {0x00, 0, 0, 0}, back), 2);
     EXPECT_EQ(back[255], 0x00);
     EXPECT_EQ(back[256], 0xff);
 
     board.set_stimulus("epld", "id", 0xef4013);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {{"another flash", {0x02, 0x9f, 0, 0, 0}, {}},
             {"", {0x00, 0, 0, 0}, {0xff, 0xef, 0x40, 0x13}}});
 }
@@ -142,7 +142,7 @@ TEST(EpldModel, UserRegistersOfEveryKind)
         Board board(epld(kind));
         const Device bus(0);
         board.poke("epld", 0x123, {0xaa, 0xbb});
-        follow(bus, ADDRESS,
+        follow(bus, kAddress,
                {
                    {"read", {0x81, 0x23}, {0xaa, 0xbb, 0}},
                    {"write", {0x8f, 0xff, 1, 2}, {}},

@@ -6,7 +6,7 @@ namespace
 
 using simboard::testing::Board;
 
-constexpr uint16_t ADDRESS = 0x21;
+constexpr uint16_t kAddress = 0x21;
 const std::string PCA9535 =
     board_with(R"({"name": "io", "type": "pca9535", "address": "0x21", "inputs": "0x3cc5"})");
 const std::string PCA9554 =
@@ -15,7 +15,7 @@ const std::string PCA9554 =
 TEST(Pca9535Model, RegistersAndTheirPairs)
 {
     Board board(PCA9535);
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {
                {"inputs at power-on", {0}, {0xc5, 0x3c}},
                {"outputs at power-on", {2}, {0xff, 0xff}},
@@ -37,7 +37,7 @@ TEST(Pca9535Model, InputsShowTheLevelsAtThePins)
 {
     Board board(PCA9535);
     const Device bus(0);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {
                {"pins 4 to 11 drive", {6, 0x0f, 0xf0}, {}},
                {"these levels", {2, 0xa0, 0x0a}, {}},
@@ -52,21 +52,21 @@ TEST(Pca9535Model, InputsShowTheLevelsAtThePins)
     board.set_pin("io", 0, false);
     board.set_pin("io", 4, false); // driven: what stands at it from outside loses
     board.set_pin("io", 15, true);
-    follow(bus, ADDRESS, {{"levels from outside", {0}, {0x54, 0xba}}});
+    follow(bus, kAddress, {{"levels from outside", {0}, {0x54, 0xba}}});
     EXPECT_EQ(board.stimulus("io", "inputs"), 0xbcc4);
     EXPECT_EQ(board.peek("io", 0, 2), (Bytes{0x54, 0xba}));
     board.poke("io", 6, {0xff});
     EXPECT_EQ(board.peek("io", 0), 0xc4);
 
     board.reset();
-    follow(bus, ADDRESS, {{"reset", {0}, {0xc5, 0x3c}}, {"", {6}, {0xff, 0xff}}});
+    follow(bus, kAddress, {{"reset", {0}, {0xc5, 0x3c}}, {"", {6}, {0xff, 0xff}}});
 }
 
 TEST(Pca9554Model, RegistersOfOneByte)
 {
     Board board(PCA9554);
     const Device bus(0);
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {
                {"input at power-on", {0}, {0x35, 0x35}},
                {"output at power-on", {1}, {0xff}},
@@ -83,7 +83,7 @@ TEST(Pca9554Model, RegistersOfOneByte)
                {"", {0}, {0x55}},
            });
     board.set_stimulus("io", "inputs", 0x0a);
-    follow(bus, ADDRESS, {{"levels from outside", {0}, {0x5a}}});
+    follow(bus, kAddress, {{"levels from outside", {0}, {0x5a}}});
 }
 
 } // namespace

@@ -18,7 +18,7 @@ using simboard::Counters;
 using simboard::testing::Board;
 using simboard::testing::reference_board;
 
-constexpr uint16_t SWITCH = 0x70;
+constexpr uint16_t kSwitch = 0x70;
 
 TEST(ForeignTransfer, InsideTheOpenPathOfALiveTaskOnly)
 {
@@ -26,7 +26,7 @@ TEST(ForeignTransfer, InsideTheOpenPathOfALiveTaskOnly)
     const Device bus(4);
     Child owner([] {
         const Device own(4);
-        return own.write(SWITCH, {0x20}) == 1 && own.write(0x21, {0}) == 1;
+        return own.write(kSwitch, {0x20}) == 1 && own.write(0x21, {0}) == 1;
     });
     ASSERT_TRUE(owner.wait_ready());
     EXPECT_EQ(board.totals(4).foreign_transfers, 0U);
@@ -49,7 +49,7 @@ TEST(ForeignTransfer, AZombieHoldsNoPath)
 {
     Board board(reference_board());
     const Device bus(4);
-    Child owner([] { return Device(4).write(SWITCH, {0x20}) == 1; });
+    Child owner([] { return Device(4).write(kSwitch, {0x20}) == 1; });
     ASSERT_TRUE(owner.wait_ready());
     owner.kill_and_leave();
     EXPECT_EQ(bus.write(0x60, {0}), 1);
@@ -61,10 +61,10 @@ TEST(ForeignTransfer, ThreadsAreTasksOfTheirOwn)
 {
     Board board(reference_board());
     const Device bus(4);
-    ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
+    ASSERT_EQ(bus.write(kSwitch, {0x20}), 1);
     std::thread([&bus] { EXPECT_EQ(bus.write(0x60, {0}), 1); }).join();
     EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
-    ASSERT_EQ(bus.write(SWITCH, {0x00}), 1);
+    ASSERT_EQ(bus.write(kSwitch, {0x00}), 1);
     std::thread([&bus] { EXPECT_EQ(bus.write(0x60, {0}), 1); }).join();
     EXPECT_EQ(board.totals(4).foreign_transfers, 1U);
 }
@@ -103,13 +103,13 @@ TEST(PathLeftOpen, CountsAtTheReleaseOfAnyFileLock)
         Board board(reference_board());
         const Device bus(4);
         ASSERT_EQ(kind.take(bus.fd()), 0);
-        ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
-        ASSERT_EQ(bus.write(SWITCH, {0x00}), 1);
+        ASSERT_EQ(bus.write(kSwitch, {0x20}), 1);
+        ASSERT_EQ(bus.write(kSwitch, {0x00}), 1);
         ASSERT_EQ(kind.release(bus.fd()), 0);
         EXPECT_EQ(board.wrongs(), "");
 
         ASSERT_EQ(kind.take(bus.fd()), 0);
-        ASSERT_EQ(bus.write(SWITCH, {0x20}), 1);
+        ASSERT_EQ(bus.write(kSwitch, {0x20}), 1);
         ASSERT_EQ(kind.release(bus.fd()), 0);
         EXPECT_EQ(board.totals(4).paths_left_open, 1U);
         EXPECT_EQ(board.totals(4).unbalanced_unlocks, 0U);
@@ -119,7 +119,7 @@ TEST(PathLeftOpen, CountsAtTheReleaseOfAnyFileLock)
 TEST(PathLeftOpen, SomebodyElsesPathIsNotTheReleasers)
 {
     Board board(reference_board());
-    Child owner([] { return Device(4).write(SWITCH, {0x20}) == 1; });
+    Child owner([] { return Device(4).write(kSwitch, {0x20}) == 1; });
     ASSERT_TRUE(owner.wait_ready());
     const Device bus(4);
     ASSERT_EQ(record_lock(bus.fd(), F_SETLK, F_WRLCK), 0);
@@ -208,7 +208,7 @@ TEST(Counters, NothingIsLostWhenManyProcessesComeAndGo)
 {
     Board board(reference_board());
     // More than there are records; fewer where making a process takes a tenth of a second.
-    constexpr unsigned MANY = SANITIZED ? 20 : simboard::kProcesses + 50;
+    constexpr unsigned MANY = kSanitized ? 20 : simboard::kProcesses + 50;
     for (unsigned i = 0; i < MANY; i++) {
         Child child([] { return Device(7).write(0x30, {0}) == 1; });
         ASSERT_TRUE(child.wait_ready());

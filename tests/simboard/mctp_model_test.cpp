@@ -6,7 +6,7 @@ namespace
 
 using simboard::testing::Board;
 
-constexpr uint16_t ADDRESS = 0x1d;
+constexpr uint16_t kAddress = 0x1d;
 const std::string ENDPOINT =
     board_with(R"({"name": "mc", "type": "mctp", "address": "0x1d", "eid": 9})");
 
@@ -52,7 +52,7 @@ TEST(MctpModel, AnswersAWholePacketOnce)
 {
     Board board(ENDPOINT);
     const Bytes id_and_ones = followed_by(followed_by(ID, 0xff), 0xff);
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {
                {"nothing to read", {}, {0}, ENXIO},
                {"quick write", {}, {}},
@@ -85,9 +85,9 @@ TEST(MctpModel, DropsWhatIsNoRequestForIt)
                                 with(GET_ID, 7, 0x01),    // PLDM
                                 with(GET_ID, 8, 0x05)}) { // a response
         SCOPED_TRACE(::testing::PrintToString(packet));
-        follow(bus, ADDRESS, {{"taken", packet, {}}, {"not answered", {}, {0}, ENXIO}});
+        follow(bus, kAddress, {{"taken", packet, {}}, {"not answered", {}, {0}, ENXIO}});
     }
-    follow(bus, ADDRESS, {{"by its own identifier", with(GET_ID, 4, 9), ID}});
+    follow(bus, kAddress, {{"by its own identifier", with(GET_ID, 4, 9), ID}});
 }
 
 TEST(MctpModel, ControlCommands)
@@ -120,8 +120,8 @@ TEST(MctpModel, ControlCommands)
         SCOPED_TRACE(row.what);
         const Bytes expected = response(row.command, row.answer, row.id);
         Bytes bytes(expected.size() + 1);
-        ASSERT_EQ(bus.write(ADDRESS, request(row.command, row.data)), 1);
-        ASSERT_EQ(bus.read(ADDRESS, bytes), 1);
+        ASSERT_EQ(bus.write(kAddress, request(row.command, row.data)), 1);
+        ASSERT_EQ(bus.read(kAddress, bytes), 1);
         bytes.pop_back();
         EXPECT_EQ(bytes, expected);
     }
@@ -133,7 +133,7 @@ TEST(MctpModel, AnAnswerCanBePutThere)
     Board board(ENDPOINT);
     board.poke("mc", 256, {1, 2, 3});
     board.set_stimulus("mc", "response_length", 3);
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {{"", {}, {1, 2, 3, 0xff}}, {"was read", {}, {0}, ENXIO}, {"request", GET_ID, {}}});
     EXPECT_EQ(board.peek("mc", 0, 10), GET_ID);
     EXPECT_EQ(board.stimulus("mc", "response_length"), 15);

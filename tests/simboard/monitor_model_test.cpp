@@ -6,7 +6,7 @@ namespace
 
 using simboard::testing::Board;
 
-constexpr uint16_t ADDRESS = 0x40;
+constexpr uint16_t kAddress = 0x40;
 
 // The datasheet's typical application: 11.98 V and 10 A over 2 milliohms, 1 mA a count.
 const std::string MONITOR = board_with(R"({"name": "power", "type": "tpa626", "address": "0x40",
@@ -30,7 +30,7 @@ Step reads(const char *what, uint8_t number, uint16_t value)
 TEST(Tpa626Model, TypicalApplicationOfTheDatasheet)
 {
     Board board(MONITOR);
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {
                reads("configuration at power-on", 0, 0x4127),
                reads("shunt voltage", 1, 0x1f40),
@@ -72,7 +72,7 @@ TEST(Tpa626Model, MeasuresWhatIsAppliedWithinItsRange)
         board.set_stimulus("power", "voltage_mv", row.millivolts);
         board.set_stimulus("power", "current_ma", row.milliamperes);
         board.set_stimulus("power", "shunt_uohm", row.microohms);
-        follow(bus, ADDRESS,
+        follow(bus, kAddress,
                {writes(5, row.calibration), reads("shunt", 1, row.shunt),
                 reads("voltage", 2, row.voltage), reads("power", 3, row.power),
                 reads("current", 4, row.current), reads("flags", 6, row.flags)});
@@ -103,16 +103,16 @@ TEST(Tpa626Model, MeasuresAsItsModeSays)
         board.reset();
         board.set_stimulus("power", "current_ma", 0);
         board.set_stimulus("power", "voltage_mv", 0);
-        follow(bus, ADDRESS, {writes(0, 0x4120)});
+        follow(bus, kAddress, {writes(0, 0x4120)});
         board.set_stimulus("power", "current_ma", 10000);
         board.set_stimulus("power", "voltage_mv", 11980);
-        follow(bus, ADDRESS,
+        follow(bus, kAddress,
                {writes(0, row.configuration), reads("shunt", 1, row.shunt),
                 reads("bus", 2, row.voltage), reads("configuration", 0, row.configuration)});
         board.set_stimulus("power", "current_ma", 5000);
         board.set_stimulus("power", "voltage_mv", 6000);
         follow(
-            bus, ADDRESS,
+            bus, kAddress,
             {reads("shunt later", 1, row.later_shunt), reads("bus later", 2, row.later_voltage)});
     }
 }
@@ -120,7 +120,7 @@ TEST(Tpa626Model, MeasuresAsItsModeSays)
 TEST(Tpa626Model, WhatCanBeWritten)
 {
     Board board(MONITOR);
-    follow(Device(0), ADDRESS,
+    follow(Device(0), kAddress,
            {
                writes(0, 0x7fff),
                reads("bits 14 to 12 are fixed", 0, 0x4fff),
@@ -160,20 +160,20 @@ TEST(Tpa626Model, AlertsCompareTheEnabledQuantity)
         {0xa000, 0x2000, 0xa008},                           // the shunt's counts, and is below
         {0x0000, 0x0000, 0x0008}, {0x0402, 0x0000, 0x040a},
     };
-    follow(bus, ADDRESS, {writes(5, 0x0a00)});
+    follow(bus, kAddress, {writes(5, 0x0a00)});
     for (const auto &row : rows) {
         SCOPED_TRACE(&row - rows);
-        follow(bus, ADDRESS,
+        follow(bus, kAddress,
                {writes(7, row.limit), writes(6, row.mask), reads("flags", 6, row.reads)});
     }
 
     // Latched: the flag stays when the fault has gone, until it has been read.
-    follow(bus, ADDRESS, {writes(7, 0x2000), writes(6, 0x2001)});
+    follow(bus, kAddress, {writes(7, 0x2000), writes(6, 0x2001)});
     board.set_stimulus("power", "voltage_mv", 5000);
-    follow(bus, ADDRESS, {reads("latched", 6, 0x2019), reads("read before", 6, 0x2009)});
+    follow(bus, kAddress, {reads("latched", 6, 0x2019), reads("read before", 6, 0x2009)});
 
     // Triggered: ready once after each conversion.
-    follow(bus, ADDRESS,
+    follow(bus, kAddress,
            {writes(0, 0x4123), reads("ready", 6, 0x2009), reads("read before", 6, 0x2001)});
 }
 

@@ -12,8 +12,8 @@
 namespace
 {
 
-constexpr int FAILED = 1;
-constexpr int USAGE = 2;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
 
 struct Arguments {
     runner::BoardChoice choice;
@@ -67,7 +67,7 @@ std::vector<std::string> command_of(const CLI::App &run, const std::vector<std::
 int usage_failure(const std::string &message)
 {
     std::cerr << "qeli2c-sim: " << message << " (see 'qeli2c-sim --help')\n";
-    return USAGE;
+    return kUsage;
 }
 
 int dispatch(const CLI::App &app, const Arguments &arguments)
@@ -128,6 +128,6 @@ int main(int argc, char **argv)
         return usage_failure(error.what());
     } catch (const std::exception &error) {
         std::cerr << "qeli2c-sim: " << error.what() << "\n";
-        return FAILED;
+        return kFailed;
     }
 }

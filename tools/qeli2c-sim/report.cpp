@@ -24,7 +24,7 @@ struct Field {
     uint64_t Counters::*count;
 };
 
-constexpr Field FIELDS[] = {
+constexpr Field kFields[] = {
     {"transfers", "transfers", &Counters::transfers},
     {"messages", "messages", &Counters::messages},
     {"bytes", "bytes", &Counters::bytes},
@@ -89,7 +89,7 @@ Counters sum_of(const ProcessCounters &process)
 void print_row(const std::string &label, const Counters &counters)
 {
     std::printf("%-24s", label.c_str());
-    for (const Field &field : FIELDS) {
+    for (const Field &field : kFields) {
         if (field.heading != nullptr) {
             std::printf(" %10llu", static_cast<unsigned long long>(counters.*field.count));
         }
@@ -100,7 +100,7 @@ void print_row(const std::string &label, const Counters &counters)
 void print_heading(const char *label)
 {
     std::printf("%-24s", label);
-    for (const Field &field : FIELDS) {
+    for (const Field &field : kFields) {
         if (field.heading != nullptr) {
             std::printf(" %10s", field.heading);
         }
@@ -140,7 +140,7 @@ void print_text(const simboard::BoardView &view, const Findings &findings)
 Json::Value to_json(const Counters &counters)
 {
     Json::Value value(Json::objectValue);
-    for (const Field &field : FIELDS) {
+    for (const Field &field : kFields) {
         value[field.key] = Json::UInt64(counters.*field.count);
     }
     return value;

@@ -18,10 +18,10 @@ namespace runner
 namespace
 {
 
-constexpr int FORWARDED[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
-constexpr int NOT_EXECUTABLE = 126; // as the shell has it
-constexpr int NOT_FOUND = 127;
-constexpr int KILLED = 128;
+constexpr int kForwarded[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
+constexpr int kNotExecutable = 126; // as the shell has it
+constexpr int kNotFound = 127;
+constexpr int kKilled = 128;
 
 // The throwaway board; deleting it is the last thing done on every path.
 struct ThrowawayBoard {
@@ -42,7 +42,7 @@ sigset_t watched_signals()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : FORWARDED) {
+    for (const int number : kForwarded) {
         sigaddset(&set, number);
     }
     sigaddset(&set, SIGCHLD);
@@ -54,7 +54,7 @@ int pending_signal()
 {
     sigset_t pending;
     sigpending(&pending);
-    for (const int number : FORWARDED) {
+    for (const int number : kForwarded) {
         if (sigismember(&pending, number) == 1) {
             return number;
         }
@@ -77,7 +77,7 @@ int pending_signal()
     execvp(arguments[0], arguments.data());
     const int error = errno;
     const ssize_t written = write(failure_pipe, &error, sizeof(error));
-    _exit(written == ssize_t{sizeof(error)} ? NOT_FOUND : NOT_EXECUTABLE);
+    _exit(written == ssize_t{sizeof(error)} ? kNotFound : kNotExecutable);
 }
 
 // The command's process id; the errno of a failed start in `error`.
@@ -115,7 +115,7 @@ int wait_for(pid_t child, const sigset_t &watched)
         const int number = sigwaitinfo(&watched, &info);
         int status;
         if (number == SIGCHLD && waitpid(child, &status, WNOHANG) == child) {
-            return WIFSIGNALED(status) ? KILLED + WTERMSIG(status) : WEXITSTATUS(status);
+            return WIFSIGNALED(status) ? kKilled + WTERMSIG(status) : WEXITSTATUS(status);
         }
         if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) {
             kill(child, number);
@@ -134,14 +134,14 @@ int run_command(const BoardChoice &choice, const std::vector<std::string> &comma
     const ThrowawayBoard holder = {make_board(choice, "")};
     const Environment environment = board_environment(holder.board.directory);
     if (const int number = pending_signal(); number != 0) {
-        return KILLED + number;
+        return kKilled + number;
     }
     int error;
     const pid_t child = spawn(command, environment, former, error);
     if (error != 0) {
         waitpid(child, nullptr, 0);
         std::fprintf(stderr, "qeli2c-sim: %s: %s\n", command[0].c_str(), std::strerror(error));
-        return error == ENOENT ? NOT_FOUND : NOT_EXECUTABLE;
+        return error == ENOENT ? kNotFound : kNotExecutable;
     }
     return wait_for(child, watched);
 }

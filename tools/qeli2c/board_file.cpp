@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-constexpr char DEFAULT_FILE[] = "/etc/qeli2c/board.json";
+constexpr char kDefaultFile[] = "/etc/qeli2c/board.json";
 
 std::string choose_file(const std::string &option)
 {
@@ -23,7 +23,7 @@ std::string choose_file(const std::string &option)
         return option;
     if (const char *variable = std::getenv("QELI2C_BOARD"); variable && *variable)
         return variable;
-    return access(DEFAULT_FILE, F_OK) == 0 ? DEFAULT_FILE : "";
+    return access(kDefaultFile, F_OK) == 0 ? kDefaultFile : "";
 }
 
 } // namespace
@@ -83,7 +83,7 @@ Target resolve(const Board &board, const std::string &text)
         if (device.name != text)
             continue;
         target = Target{path_of(board.description, device), device.name, device.type};
-        if (target.path.hops.size() > MOST_SWITCHES)
+        if (target.path.hops.size() > kMostSwitches)
             throw usage_error("device '" + text +
                               "' sits behind more than two switches; two can be opened");
         return target;

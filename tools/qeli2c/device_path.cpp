@@ -28,10 +28,10 @@ uint16_t parse_address(std::string_view text, const std::string &what)
     const std::optional<uint32_t> value = parse_number(text);
     if (!value)
         throw usage_error(what + " '" + std::string(text) + "' is not a number");
-    if (*value < FIRST_ADDRESS || *value > LAST_ADDRESS)
+    if (*value < kFirstAddress || *value > kLastAddress)
         throw usage_error(what + " " + std::string(text) +
-                          " is out of range: 7-bit addresses are " + hex(FIRST_ADDRESS, 2) +
-                          " to " + hex(LAST_ADDRESS, 2));
+                          " is out of range: 7-bit addresses are " + hex(kFirstAddress, 2) +
+                          " to " + hex(kLastAddress, 2));
     return static_cast<uint16_t>(*value);
 }
 
@@ -43,17 +43,17 @@ Hop parse_hop(std::string_view text)
                           "' has no channel: write ADDRESS.CHANNEL, as in 0x70.5");
     const uint16_t address = parse_address(text.substr(0, dot), "switch address");
     const std::string what = "channel of switch " + hex(address, 2) + ":";
-    return Hop{address, number_in(text.substr(dot + 1), 0, CHANNELS - 1, what)};
+    return Hop{address, number_in(text.substr(dot + 1), 0, kChannels - 1, what)};
 }
 
 DevicePath parse_parts(std::string_view text)
 {
     const std::vector<std::string_view> parts = split(text, '/');
     DevicePath path;
-    path.bus = number_in(parts.front(), 0, LAST_BUS, "bus");
+    path.bus = number_in(parts.front(), 0, kLastBus, "bus");
     if (parts.size() < 2)
         throw usage_error("a bus, not a device: write BUS/ADDRESS, as in 4/0x50");
-    if (parts.size() > 2 + MOST_SWITCHES)
+    if (parts.size() > 2 + kMostSwitches)
         throw usage_error("at most two switches can stand in front of a device");
     for (size_t i = 1; i + 1 < parts.size(); i++)
         path.hops.push_back(parse_hop(parts[i]));
@@ -96,7 +96,7 @@ ei2c_client to_client(const DevicePath &path)
         client.swi_addr = path.hops.back().address;
         client.swi_chnl = path.hops.back().channel;
     }
-    if (path.hops.size() == MOST_SWITCHES) {
+    if (path.hops.size() == kMostSwitches) {
         client.swi_addr |= static_cast<uint32_t>(path.hops.front().address) << 16;
         client.swi_chnl |= path.hops.front().channel << 16;
     }

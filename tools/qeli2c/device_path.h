@@ -14,11 +14,11 @@
 namespace tool
 {
 
-inline constexpr uint32_t LAST_BUS = 15;
-inline constexpr uint16_t FIRST_ADDRESS = 0x08; // below and above lie the addresses I2C reserves
-inline constexpr uint16_t LAST_ADDRESS = 0x77;
-inline constexpr uint32_t CHANNELS = 8;
-inline constexpr size_t MOST_SWITCHES = 2; // what the access library can open in front of a device
+inline constexpr uint32_t kLastBus = 15;
+inline constexpr uint16_t kFirstAddress = 0x08; // below and above lie the addresses I2C reserves
+inline constexpr uint16_t kLastAddress = 0x77;
+inline constexpr uint32_t kChannels = 8;
+inline constexpr size_t kMostSwitches = 2; // what the access library can open in front of a device
 
 struct Hop {
     uint16_t address; // of the switch

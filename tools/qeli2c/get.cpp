@@ -38,7 +38,7 @@ Request parse_request(const std::vector<std::string> &numbers, const Access &acc
     if (access.offset_width > 0 && !numbers.empty())
         request.offset = parse_register(numbers[next++], access);
     const uint32_t most =
-        (memory.size ? memory.size : static_cast<uint32_t>(MOST_BYTES)) / access.value_width;
+        (memory.size ? memory.size : static_cast<uint32_t>(kMostBytes)) / access.value_width;
     if (next < numbers.size())
         request.count = number_in(numbers[next++], 1, access.smbus ? 1 : most, "count");
     if (next < numbers.size())
@@ -62,7 +62,7 @@ std::vector<uint8_t> read_messages(const Target &target, const Request &request,
         if (request.offset && access.offset_width > 0)
             messages.push_back({false, offset_bytes(*request.offset + done, access)});
         messages.push_back(
-            {true, std::vector<uint8_t>(std::min<size_t>(total - done, MOST_BYTES))});
+            {true, std::vector<uint8_t>(std::min<size_t>(total - done, kMostBytes))});
         transfer(target, messages, "cannot read");
         const std::vector<uint8_t> &bytes = messages.back().bytes;
         all.insert(all.end(), bytes.begin(), bytes.end());

@@ -15,19 +15,19 @@
 namespace
 {
 
-constexpr char TRACE_VARIABLE[] = "QELPLATFORM_LOG";
-constexpr char TRACE_SETTING[] = "135=stderr";
+constexpr char kTraceVariable[] = "QELPLATFORM_LOG";
+constexpr char kTraceSetting[] = "135=stderr";
 
 // Where the library's lines go is read from the environment when the program is loaded: load it
 // again.
 void restart_with_trace(char **argv)
 {
-    const char *current = std::getenv(TRACE_VARIABLE);
-    if (current && std::string_view(current).ends_with(TRACE_SETTING))
+    const char *current = std::getenv(kTraceVariable);
+    if (current && std::string_view(current).ends_with(kTraceSetting))
         return;
     std::string setting = current && *current ? std::string(current) + "," : "";
-    setting += TRACE_SETTING;
-    setenv(TRACE_VARIABLE, setting.c_str(), 1);
+    setting += kTraceSetting;
+    setenv(kTraceVariable, setting.c_str(), 1);
     execv("/proc/self/exe", argv);
     std::cerr << "qeli2c: no trace: " << std::strerror(errno) << "\n";
 }

@@ -18,7 +18,7 @@ struct OpenWrite { // the write message whose bytes are being read
 
 uint32_t length_in(const std::string &word)
 {
-    return number_in(std::string_view(word).substr(1), 1, MOST_BYTES,
+    return number_in(std::string_view(word).substr(1), 1, kMostBytes,
                      "length of message '" + word + "':");
 }
 
@@ -29,9 +29,9 @@ void check_complete(const std::vector<Message> &messages, const OpenWrite &open)
     const size_t bytes = messages.back().bytes.size();
     if (bytes == 0)
         throw usage_error("message '" + open.word + "' has no bytes to write");
-    if (bytes > MOST_BYTES)
+    if (bytes > kMostBytes)
         throw usage_error("message '" + open.word + "' is longer than " +
-                          std::to_string(MOST_BYTES) + " bytes");
+                          std::to_string(kMostBytes) + " bytes");
     if (open.counted && bytes != open.expected)
         throw usage_error("message '" + open.word + "' is followed by " + std::to_string(bytes) +
                           (bytes == 1 ? " byte" : " bytes"));
@@ -67,9 +67,9 @@ std::vector<Message> parse_messages(const std::vector<std::string> &words)
     check_complete(messages, open);
     if (messages.empty())
         throw usage_error("no message: write rN, or w followed by bytes");
-    if (messages.size() > MOST_MESSAGES)
+    if (messages.size() > kMostMessages)
         throw usage_error(std::to_string(messages.size()) + " messages; one transfer takes " +
-                          std::to_string(MOST_MESSAGES));
+                          std::to_string(kMostMessages));
     return messages;
 }
 

@@ -13,7 +13,7 @@ namespace tool
 namespace
 {
 
-constexpr int32_t PATH_NOT_OPENED = -5; // of ei2c_smbus_select_switch()
+constexpr int32_t kPathNotOpened = -5; // of ei2c_smbus_select_switch()
 
 bool probed_by_reading(uint16_t address, ProbeWith method)
 {
@@ -58,7 +58,7 @@ std::string hold_in_words(const Segment &segment, int32_t result, int error)
 {
     if (result == QELI2C_NO_DEVICE_FILE)
         return cause_in_words(segment.bus, result, error);
-    if (result == PATH_NOT_OPENED)
+    if (result == kPathNotOpened)
         return "the path could not be opened: " + cause_in_words(segment.bus, result, error);
     return "the bus could not be taken: " + cause_in_words(segment.bus, result, error);
 }
@@ -67,20 +67,20 @@ std::string hold_in_words(const Segment &segment, int32_t result, int error)
 
 void probe(Segment &segment, const Addresses &in_front, ProbeWith method)
 {
-    const ei2c_client client = to_client({segment.bus, segment.hops, FIRST_ADDRESS});
+    const ei2c_client client = to_client({segment.bus, segment.hops, kFirstAddress});
     int32_t fd = -1;
     int32_t semaphore = -1;
     errno = 0;
     const int32_t held = ei2c_smbus_select_switch(&client, &fd, &semaphore);
     if (held < 0) {
         segment.failure = hold_in_words(segment, held, errno);
-        if (held == PATH_NOT_OPENED && segment.hops.size() == MOST_SWITCHES)
+        if (held == kPathNotOpened && segment.hops.size() == kMostSwitches)
             close_upstream(segment);
         return;
     }
     ui2c_adapter *adapter =
         ui2c_to_client(client.bus, client.addr, client.swi_addr, client.swi_chnl)->adapter;
-    for (uint16_t address = FIRST_ADDRESS; address <= LAST_ADDRESS && !interrupted(); address++) {
+    for (uint16_t address = kFirstAddress; address <= kLastAddress && !interrupted(); address++) {
         if (in_front.test(address)) {
             segment.found[address] = Found::in_front;
             continue;

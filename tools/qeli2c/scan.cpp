@@ -28,7 +28,7 @@ std::vector<uint32_t> choose_buses(const ScanArguments &arguments, const Board &
 {
     std::vector<uint32_t> buses;
     for (const std::string &text : arguments.buses)
-        buses.push_back(number_in(text, 0, LAST_BUS, "bus"));
+        buses.push_back(number_in(text, 0, kLastBus, "bus"));
     if (!buses.empty())
         return buses;
     if (board.file.empty())
@@ -50,14 +50,14 @@ void scan_segment(const Board &board, Segment &segment, const Addresses &in_fron
 {
     show_progress(options, "scanning " + segment_text(segment.bus, segment.hops));
     probe(segment, in_front, method);
-    if (segment.hops.size() == MOST_SWITCHES)
+    if (segment.hops.size() == kMostSwitches)
         return;
     const Addresses seen = in_front | answering(segment);
-    for (uint16_t address = FIRST_ADDRESS; address <= LAST_ADDRESS; address++) {
+    for (uint16_t address = kFirstAddress; address <= kLastAddress; address++) {
         if (segment.found[address] != Found::device ||
             !is_described_switch(board, segment, address))
             continue;
-        for (uint32_t channel = 0; channel < CHANNELS && !interrupted(); channel++) {
+        for (uint32_t channel = 0; channel < kChannels && !interrupted(); channel++) {
             Segment behind;
             behind.bus = segment.bus;
             behind.hops = segment.hops;

@@ -24,8 +24,8 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 // The AT24C512C's write cycle takes 5 ms at most, older parts' 10 ms (datasheets, tWR).
-constexpr std::chrono::milliseconds LONGEST_WRITE_CYCLE(100);
-constexpr std::chrono::microseconds POLL_PAUSE(500);
+constexpr std::chrono::milliseconds kLongestWriteCycle(100);
+constexpr std::chrono::microseconds kPollPause(500);
 
 struct SetArguments {
     std::string device;
@@ -53,7 +53,7 @@ Request parse_request(const std::vector<std::string> &numbers, const Access &acc
         throw usage_error("--smbus writes one value");
     const size_t bytes = request.values.size() * access.value_width;
     if (memory.size ? request.offset + bytes > memory.size
-                    : bytes + access.offset_width > MOST_BYTES)
+                    : bytes + access.offset_width > kMostBytes)
         throw usage_error(
             std::to_string(bytes) + " bytes are too many" +
             (memory.size ? ": they go past the end of the memory" : " for one message"));
@@ -63,12 +63,12 @@ Request parse_request(const std::vector<std::string> &numbers, const Access &acc
 // Acknowledge polling: a busy EEPROM does not answer to its address.
 void wait_until_ready(const Target &target)
 {
-    const Clock::time_point deadline = Clock::now() + LONGEST_WRITE_CYCLE;
+    const Clock::time_point deadline = Clock::now() + kLongestWriteCycle;
     errno = 0;
     while (!acknowledges(target.path)) {
         if (Clock::now() > deadline)
             fail_transfer(target, "cannot write", -1, errno);
-        std::this_thread::sleep_for(POLL_PAUSE);
+        std::this_thread::sleep_for(kPollPause);
     }
 }
 

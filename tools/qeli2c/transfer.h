@@ -11,8 +11,8 @@
 namespace tool
 {
 
-inline constexpr size_t MOST_MESSAGES = 42; // of one combined transfer, the kernel's limit
-inline constexpr size_t MOST_BYTES = 8192;  // of one message, likewise
+inline constexpr size_t kMostMessages = 42; // of one combined transfer, the kernel's limit
+inline constexpr size_t kMostBytes = 8192;  // of one message, likewise
 
 // One message; a write of `bytes`, or a read that fills them.
 struct Message {
