@@ -5,7 +5,10 @@ if(NOT TARGET JsonCpp::JsonCpp)
 endif()
 
 add_executable(qeli2c_sim
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/chosen_board.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/environment.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/json_output.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/main.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/report.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/run.cpp

@@ -128,7 +128,7 @@ TEST(StandingBoard, IsSharedByProgramsUntilItIsStopped)
         i2cset -y 7 0x30 0x10 0xa5
         i2cget -y 7 0x30 0x10
         qeli2c-sim list | awk '{print $1, $2}'
-        qeli2c-sim report --json | grep '"transfers" : 2' | wc -l
+        qeli2c-sim report --json | grep '"transfers": 2' | wc -l
         qeli2c-sim report other | tail -1
         qeli2c-sim start bench 2>&1 || true
         qeli2c-sim stop bench

@@ -1,25 +1,34 @@
-// The commands of qeli2c-sim. Each returns its exit status and throws std::runtime_error with one
-// line for the person who typed it.
+// The commands of qeli2c-sim, one entry each. To add one: its own file with its `add_` function,
+// declared here, called in main.cpp and listed in qeli2c-sim.cmake.
 #ifndef QELI2C_SIM_COMMANDS_H
 #define QELI2C_SIM_COMMANDS_H
 
+#include <functional>
 #include <string>
 #include <vector>
+
+namespace CLI
+{
+class App;
+}
 
 namespace runner
 {
 
-struct BoardChoice {
-    std::string file;  // empty: $QELI2C_BOARD, else the reference board
-    std::string speed; // empty: as the file says
+struct Runner {
+    std::vector<std::string> remaining;    // what a command with stop_at_first_argument left
+    std::vector<std::string> after_dashes; // "--" and what followed it; only `run` takes any
+    std::function<int()> action;           // what was asked for; its result is the exit status
 };
 
-int run_command(const BoardChoice &choice, const std::vector<std::string> &command);
-int start_board(const BoardChoice &choice, const std::string &name);
-int stop_board(const std::string &name);
-int list_all_boards();
-// An empty name means the board of $QELI2C_SIM, else the board "default".
-int report_board(const std::string &name, bool json);
+// Each adds its command to the command line and, when that command is chosen, sets runner.action.
+// An action fails by throwing Failure or std::runtime_error with one line for the person who typed
+// it.
+void add_run(CLI::App &app, Runner &runner);
+void add_start(CLI::App &app, Runner &runner);
+void add_stop(CLI::App &app, Runner &runner);
+void add_list(CLI::App &app, Runner &runner);
+void add_report(CLI::App &app, Runner &runner);
 
 } // namespace runner
 

@@ -65,6 +65,15 @@ std::string find_board_file(const std::string &given)
 
 } // namespace
 
+void add_board_choice(CLI::App &command, BoardChoice &choice)
+{
+    add_option(command, "--board", choice.file, "FILE",
+               "Board file; else $QELI2C_BOARD, else the reference board");
+    add_option(command, "--speed", choice.speed, "SPEED",
+               "Wire time on all buses: instant, 100k or 400k; else as the board file says",
+               {"instant", "100k", "400k"});
+}
+
 Environment board_environment(const std::string &directory)
 {
     const std::string shim = find_shim();

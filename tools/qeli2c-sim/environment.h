@@ -2,7 +2,7 @@
 #ifndef QELI2C_SIM_ENVIRONMENT_H
 #define QELI2C_SIM_ENVIRONMENT_H
 
-#include "commands.h"
+#include "command_line.h"
 #include "simboard/board.h"
 
 #include <string>
@@ -11,6 +11,15 @@
 
 namespace runner
 {
+
+// What a new board is made from.
+struct BoardChoice {
+    std::string file;  // empty: $QELI2C_BOARD, else the reference board
+    std::string speed; // empty: as the file says
+};
+
+// The options that make the choice.
+void add_board_choice(CLI::App &command, BoardChoice &choice);
 
 // Variables and their values.
 using Environment = std::vector<std::pair<std::string, std::string>>;

@@ -1,13 +1,9 @@
 // qeli2c-sim report: what the board has counted.
-#include "commands.h"
-#include "simboard/board.h"
-#include "simboard/view.h"
+#include "chosen_board.h"
+#include "json_output.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <iostream>
-#include <json/json.h>
-#include <stdexcept>
+#include <memory>
 
 namespace runner
 {
@@ -45,23 +41,6 @@ struct Findings {
     Counters totals = {};
     uint64_t undone = 0; // transfers of processes killed in the middle of them
 };
-
-std::string choose_directory(const std::string &name)
-{
-    if (name.empty()) {
-        if (const char *variable = std::getenv("QELI2C_SIM");
-            variable != nullptr && *variable != 0) {
-            return variable;
-        }
-    }
-    const std::string chosen = name.empty() ? "default" : name;
-    for (const simboard::ListedBoard &board : simboard::list_boards()) {
-        if (board.name == chosen) {
-            return board.directory;
-        }
-    }
-    throw std::runtime_error("there is no board \"" + chosen + "\"");
-}
 
 Findings collect(const simboard::BoardView &view)
 {
@@ -146,7 +125,7 @@ Json::Value to_json(const Counters &counters)
     return value;
 }
 
-void print_json(const simboard::BoardView &view, const Findings &findings, bool good)
+void print_findings(const simboard::BoardView &view, const Findings &findings, bool good)
 {
     Json::Value root(Json::objectValue);
     root["board"] = view.state->header.name;
@@ -169,25 +148,37 @@ void print_json(const simboard::BoardView &view, const Findings &findings, bool 
         entry["name"] = process.name;
         root["processes"].append(entry);
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    std::cout << Json::writeString(builder, root) << "\n";
+    print_json(root);
+}
+
+int report_board(const std::string &name, bool json)
+{
+    ChosenBoard board(name);
+    const Findings findings = collect(board.view());
+    const bool good = simboard::describe_wrongs(findings.totals, "").empty();
+    if (json) {
+        print_findings(board.view(), findings, good);
+    } else {
+        print_text(board.view(), findings);
+    }
+    return good ? kDone : kFailed;
 }
 
 } // namespace
 
-int report_board(const std::string &name, bool json)
+void add_report(CLI::App &app, Runner &runner)
 {
-    simboard::BoardView view = simboard::open_board(choose_directory(name));
-    const Findings findings = collect(view);
-    const bool good = simboard::describe_wrongs(findings.totals, "").empty();
-    if (json) {
-        print_json(view, findings, good);
-    } else {
-        print_text(view, findings);
-    }
-    simboard::close_board(view);
-    return good ? 0 : 1;
+    struct Arguments {
+        std::string name;
+        bool json = false;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App &report = add_command(
+        app, runner, "report",
+        "Print what the board has counted; exit status 1 when something went wrong on it", "",
+        [arguments] { return report_board(arguments->name, arguments->json); });
+    add_board_argument(report, arguments->name);
+    add_flag(report, "--json", arguments->json, "Print it as JSON");
 }
 
 } // namespace runner

@@ -1,5 +1,4 @@
 // qeli2c-sim run: a board for one command, gone when the command is.
-#include "commands.h"
 #include "environment.h"
 
 #include <cerrno>
@@ -8,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -123,8 +123,6 @@ int wait_for(pid_t child, const sigset_t &watched)
     }
 }
 
-} // namespace
-
 int run_command(const BoardChoice &choice, const std::vector<std::string> &command)
 {
     const sigset_t watched = watched_signals();
@@ -144,6 +142,32 @@ int run_command(const BoardChoice &choice, const std::vector<std::string> &comma
         return error == ENOENT ? kNotFound : kNotExecutable;
     }
     return wait_for(child, watched);
+}
+
+std::vector<std::string> command_of(const Runner &runner)
+{
+    std::vector<std::string> command = runner.remaining;
+    const std::vector<std::string> &cut = runner.after_dashes;
+    const bool starts_with_dashes = command.empty() && !cut.empty();
+    command.insert(command.end(), cut.begin() + (starts_with_dashes ? 1 : 0), cut.end());
+    if (command.empty()) {
+        throw UsageError("no command to run");
+    }
+    return command;
+}
+
+} // namespace
+
+void add_run(CLI::App &app, Runner &runner)
+{
+    const auto choice = std::make_shared<BoardChoice>();
+    CLI::App &run = add_command(
+        app, runner, "run", "Run a command on a board of its own that is gone afterwards",
+        "COMMAND and its arguments follow, after -- when they start with a dash. The exit\n"
+        "status is the command's, or 128 and the number of the signal that killed it.",
+        [choice, &runner] { return run_command(*choice, command_of(runner)); });
+    add_board_choice(run, *choice);
+    stop_at_first_argument(run);
 }
 
 } // namespace runner

@@ -1,10 +1,10 @@
 // qeli2c-sim start, stop and list: boards that stay while programs come and go.
-#include "commands.h"
 #include "environment.h"
 #include "simboard/view.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 namespace runner
@@ -27,8 +27,6 @@ bool is_standing(const std::string &name)
     return std::any_of(boards.begin(), boards.end(),
                        [&name](const simboard::ListedBoard &board) { return board.name == name; });
 }
-
-} // namespace
 
 int start_board(const BoardChoice &choice, const std::string &name)
 {
@@ -71,6 +69,41 @@ int list_all_boards()
         }
     }
     return 0;
+}
+
+// The board that is started or stopped; $QELI2C_SIM has no say in it.
+void add_name(CLI::App &command, std::string &name)
+{
+    add_optional_argument(command, "NAME", name, "Name of the board; else \"default\"");
+}
+
+} // namespace
+
+void add_start(CLI::App &app, Runner &runner)
+{
+    struct Arguments {
+        BoardChoice choice;
+        std::string name = "default";
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App &start = add_command(
+        app, runner, "start", "Make a board that stays, and print what a shell needs to use it", "",
+        [arguments] { return start_board(arguments->choice, arguments->name); });
+    add_name(start, arguments->name);
+    add_board_choice(start, arguments->choice);
+}
+
+void add_stop(CLI::App &app, Runner &runner)
+{
+    const auto name = std::make_shared<std::string>("default");
+    CLI::App &stop = add_command(app, runner, "stop", "Delete a board that start has made", "",
+                                 [name] { return stop_board(*name); });
+    add_name(stop, *name);
+}
+
+void add_list(CLI::App &app, Runner &runner)
+{
+    add_command(app, runner, "list", "List this user's boards", "", list_all_boards);
 }
 
 } // namespace runner

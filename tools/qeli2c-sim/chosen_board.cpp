@@ -1,0 +1,53 @@
+// Choosing the board a command is about.
+#include "chosen_board.h"
+#include "simboard/board.h"
+
+#include <cstdlib>
+
+namespace runner
+{
+
+namespace
+{
+
+constexpr char kHelp[] = "Name of the board; else that of $QELI2C_SIM, else \"default\"";
+
+}
+
+void add_board_argument(CLI::App &command, std::string &name)
+{
+    add_optional_argument(command, "NAME", name, kHelp);
+}
+
+void add_board_option(CLI::App &command, std::string &name)
+{
+    add_option(command, "-n,--name", name, "NAME", kHelp);
+}
+
+std::string choose_board(const std::string &name)
+{
+    if (name.empty()) {
+        if (const char *variable = std::getenv("QELI2C_SIM");
+            variable != nullptr && *variable != 0) {
+            return variable;
+        }
+    }
+    const std::string chosen = name.empty() ? "default" : name;
+    for (const simboard::ListedBoard &board : simboard::list_boards()) {
+        if (board.name == chosen) {
+            return board.directory;
+        }
+    }
+    throw std::runtime_error("there is no board \"" + chosen + "\"");
+}
+
+ChosenBoard::ChosenBoard(const std::string &name) : view_(simboard::open_board(choose_board(name)))
+{
+}
+
+ChosenBoard::~ChosenBoard()
+{
+    simboard::close_board(view_);
+}
+
+} // namespace runner
