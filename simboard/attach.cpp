@@ -172,4 +172,16 @@ const Attachment *attached_board(uint16_t id)
     return named != nullptr && named->state->header.id == id ? named : nullptr;
 }
 
+const Attachment *find_semaphore_board(int32_t id, uint32_t &bus)
+{
+    for (const Attachment *a = newest.load(std::memory_order_acquire); a != nullptr; a = a->next) {
+        for (bus = 0; bus < kBuses; bus++) {
+            if (a->semaphores[bus].load(std::memory_order_relaxed) == id + 1) {
+                return a;
+            }
+        }
+    }
+    return nullptr;
+}
+
 } // namespace simboard

@@ -13,6 +13,7 @@ struct Attachment {
     State *state;
     const Attachment *next;
     char directory[PATH_MAX];
+    mutable std::atomic<int32_t> semaphores[kBuses]; // ids of the buses' semaphores and 1; 0: none
 };
 
 // Maps the state of the board in `directory`, after checking that the directory is private to the
@@ -30,6 +31,9 @@ const Attachment *attach_board();
 // The board with this id that a descriptor was opened on; boards are told apart because a test
 // program may have seen several. Null when there is none.
 const Attachment *attached_board(uint16_t id);
+
+// The board and bus that this process got the semaphore of that id for; null when it is another.
+const Attachment *find_semaphore_board(int32_t id, uint32_t &bus);
 
 } // namespace simboard
 

@@ -10,6 +10,7 @@
 #include "simboard/chip_kind.h"
 #include "simboard/chip_layout.h"
 #include "simboard/chip_memory.h"
+#include "simboard/clock.h"
 
 namespace simboard
 {
@@ -125,6 +126,7 @@ int build_state(State &state, const BoardDescription &description, const uint32_
     header.mutex_size = sizeof(pthread_mutex_t);
     header.size = state_size(description);
     header.created_at = static_cast<uint64_t>(std::time(nullptr));
+    header.created_ns = now_ns();
     std::snprintf(header.name, sizeof(header.name), "%s", description.name.c_str());
     int error = init_shared(state.process_mutex);
     for (uint32_t number = 0; number < kBuses && error == 0; number++) {

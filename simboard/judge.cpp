@@ -1,9 +1,8 @@
 // The judge: foreign transfers, paths left open, channels that should not be open together.
 #include "simboard/judge.h"
 
-#include <time.h>
-
 #include "simboard/bus_lock.h"
+#include "simboard/clock.h"
 
 namespace simboard
 {
@@ -14,13 +13,6 @@ namespace
 bool same(const Task &a, const Task &b)
 {
     return a.pid == b.pid && a.tid == b.tid;
-}
-
-uint64_t boot_time_ns()
-{
-    timespec now;
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
 unsigned count_bits(uint8_t bits)
@@ -39,6 +31,45 @@ unsigned open_siblings(const State &state, const Bus &bus, const Chip &chip)
         }
     }
     return open;
+}
+
+LockHold &hold_of(Bus &bus, Lock lock)
+{
+    return lock == Lock::semaphore ? bus.state.semaphore : bus.state.file;
+}
+
+void raise(uint64_t &longest, uint64_t value)
+{
+    longest = value > longest ? value : longest;
+}
+
+// Paths of its own that a process leaves open when it lets others at the bus.
+bool leaves_path_open(const State &state, const Bus &bus, const Task &task)
+{
+    for (uint32_t i = 0; i < bus.switch_count; i++) {
+        const ChipState &chip = state.chips[bus.switches[i]].state;
+        if (chip.control != 0 && chip.opener.pid == task.pid) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A hold lasts until both locks are given back; what the semaphore's holder knows of the file lock
+// began within it.
+void end_hold(Bus &bus, Lock lock, const Task &task, Counters &counters)
+{
+    LockHold &mine = hold_of(bus, lock);
+    LockHold &other = lock == Lock::semaphore ? bus.state.file : bus.state.semaphore;
+    if (mine.pid != task.pid) {
+        return; // never seen taken, or somebody else's by now
+    }
+    if (other.pid != task.pid) {
+        raise(counters.longest_hold_ns, now_ns() - mine.since_ns);
+    } else if (mine.since_ns < other.since_ns) {
+        other.since_ns = mine.since_ns;
+    }
+    mine = {};
 }
 
 } // namespace
@@ -88,41 +119,44 @@ uint16_t judge_switch(State &state, Bus &bus, Chip &chip, uint8_t before, const 
         return 0;
     }
     chip.state.opener = task;
-    chip.state.opened_at = boot_time_ns();
+    chip.state.opened_at = clock_ns(CLOCK_BOOTTIME);
     const bool opened_more = count_bits(chip.state.control) > count_bits(before);
     return opened_more && open_siblings(state, bus, chip) > 1 ? kFindingTwoChannels : uint16_t{0};
 }
 
-void judge_unlock(State &state, Bus &bus, bool posix)
-{
-    const Self self = current_task(state);
-    BusHold hold;
-    lock_bus(state, bus, hold);
-    bool left_open = false;
-    for (uint32_t i = 0; i < bus.switch_count; i++) {
-        const ChipState &chip = state.chips[bus.switches[i]].state;
-        left_open = left_open || (chip.control != 0 && chip.opener.pid == self.task.pid);
-    }
-    const bool unbalanced = posix && bus.state.lock_holder != self.task.pid;
-    if (left_open || unbalanced) {
-        Counters &counters = own_counters(state, bus, self.record);
-        counters.paths_left_open += left_open ? 1U : 0U;
-        counters.unbalanced_unlocks += unbalanced ? 1U : 0U;
-    }
-    if (posix && !unbalanced) {
-        preserve(state, bus, &bus.state, sizeof(bus.state));
-        bus.state.lock_holder = 0;
-    }
-    unlock_bus(state, bus, hold);
-}
-
-void judge_lock(State &state, Bus &bus)
+void judge_unlock(State &state, Bus &bus, Lock lock)
 {
     const Self self = current_task(state);
     BusHold hold;
     lock_bus(state, bus, hold);
     preserve(state, bus, &bus.state, sizeof(bus.state));
-    bus.state.lock_holder = self.task.pid;
+    Counters &counters = own_counters(state, bus, self.record);
+    if (lock != Lock::semaphore && leaves_path_open(state, bus, self.task)) {
+        counters.paths_left_open++;
+    }
+    if (lock == Lock::record) {
+        if (bus.state.lock_holder != self.task.pid) {
+            counters.unbalanced_unlocks++;
+        } else {
+            bus.state.lock_holder = 0;
+        }
+    }
+    end_hold(bus, lock, self.task, counters);
+    unlock_bus(state, bus, hold);
+}
+
+void judge_lock(State &state, Bus &bus, Lock lock, uint64_t asked_ns)
+{
+    const uint64_t got_ns = now_ns();
+    const Self self = current_task(state);
+    BusHold hold;
+    lock_bus(state, bus, hold);
+    preserve(state, bus, &bus.state, sizeof(bus.state));
+    raise(own_counters(state, bus, self.record).longest_wait_ns, got_ns - asked_ns);
+    hold_of(bus, lock) = {got_ns, self.task.pid, 0};
+    if (lock == Lock::record) {
+        bus.state.lock_holder = self.task.pid;
+    }
     unlock_bus(state, bus, hold);
 }
 

@@ -27,13 +27,16 @@ uint16_t judge_start(State &state, Bus &bus, const Task &task, Counters &counter
 // two at once.
 uint16_t judge_switch(State &state, Bus &bus, Chip &chip, uint8_t before, const Task &task);
 
-// The process is about to release its lock on the device file; it takes the bus itself. `posix`
-// tells a per-process record lock from a lock of the open file, which another process may rightly
-// release.
-void judge_unlock(State &state, Bus &bus, bool posix);
+// What keeps others off a bus: its semaphore, or a lock on its device file. A record lock is the
+// process's, a lock of the open file may rightly be released by another process.
+enum class Lock : uint8_t { semaphore, record, open_file };
 
-// The process has taken a record lock on the device file.
-void judge_lock(State &state, Bus &bus);
+// The process is about to release a lock; takes the bus itself.
+void judge_unlock(State &state, Bus &bus, Lock lock);
+
+// The process has taken a lock that it asked for at `asked_ns`; takes the bus itself. errno is
+// kept.
+void judge_lock(State &state, Bus &bus, Lock lock, uint64_t asked_ns);
 
 } // namespace simboard
 

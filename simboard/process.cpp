@@ -174,6 +174,11 @@ void add_counters(Counters &sum, const Counters &counters)
     for (uint64_t Counters::*field : kFields) {
         sum.*field += counters.*field;
     }
+    for (uint64_t Counters::*longest : {&Counters::longest_hold_ns, &Counters::longest_wait_ns}) {
+        if (counters.*longest > sum.*longest) {
+            sum.*longest = counters.*longest;
+        }
+    }
 }
 
 Counters &own_counters(State &state, Bus &bus, uint32_t record)

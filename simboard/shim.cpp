@@ -1,5 +1,4 @@
-// The preload shim: the libc calls through which programs reach I2C devices, /dev/mem and bus
-// semaphores.
+// The preload shim: the libc calls through which programs reach I2C devices and /dev/mem.
 //
 // Everything that is not a board's goes on to the next definition of the call, after one
 // comparison. Without QELI2C_SIM nothing is a board's.
@@ -9,10 +8,10 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
-#include <sys/sem.h>
 #include <unistd.h>
 
 #include "simboard/attach.h"
+#include "simboard/clock.h"
 #include "simboard/descriptor.h"
 #include "simboard/i2c_dev.h"
 #include "simboard/judge.h"
@@ -32,7 +31,6 @@ using FcntlCall = int (*)(int, int, ...);
 using FlockCall = int (*)(int, int);
 using LockfCall = int (*)(int, int, long);
 using Lockf64Call = int (*)(int, int, off_t);
-using SemgetCall = int (*)(key_t, int, int);
 
 enum class Place { elsewhere, nowhere, bus, memory };
 
@@ -181,18 +179,19 @@ int lock_device(State &state, Bus &bus, FcntlCall next, int fd, int command, voi
         memcpy(static_cast<char *>(argument) + offsetof(LockStart, whence), &from_start,
                sizeof(from_start));
     }
-    const bool posix = is_record_lock(command);
+    const Lock lock = is_record_lock(command) ? Lock::record : Lock::open_file;
     if (!is_query(command) && start.type == F_UNLCK) {
-        judge_unlock(state, bus, posix);
+        judge_unlock(state, bus, lock);
     }
+    const uint64_t asked_ns = now_ns();
     const int result = next(fd, command, argument);
     const int saved = errno;
     if (from_offset && !is_query(command)) {
         memcpy(static_cast<char *>(argument) + offsetof(LockStart, whence), &start.whence,
                sizeof(start.whence));
     }
-    if (result >= 0 && posix && !is_query(command) && start.type != F_UNLCK) {
-        judge_lock(state, bus);
+    if (result >= 0 && !is_query(command) && start.type != F_UNLCK) {
+        judge_lock(state, bus, lock, asked_ns);
     }
     errno = saved;
     return result;
@@ -263,19 +262,6 @@ int lock_section(int fd, int operation, off_t length)
     }
 }
 
-// The bus and EEPROM semaphores of a board have keys of its own, so that boards and users do not
-// meet in them.
-bool find_semaphore(key_t key, uint32_t &index)
-{
-    const uint32_t number = static_cast<uint32_t>(key);
-    if (number >= 0x3060 && number <= 0x306f) {
-        index = number - 0x3060;
-        return true;
-    }
-    index = kSemaphoreKeys - 1;
-    return number == 0x3001;
-}
-
 } // namespace
 
 } // namespace simboard
@@ -300,7 +286,6 @@ int shim_fcntl_time64(int fd, int command, ...) SHIM("__fcntl_time64");
 int shim_flock(int fd, int operation) SHIM("flock");
 int shim_lockf(int fd, int operation, long length) SHIM("lockf");
 int shim_lockf64(int fd, int operation, off_t length) SHIM("lockf64");
-int shim_semget(key_t key, int count, int flags) SHIM("semget");
 
 // The mode of an open that creates, the last argument of the other calls.
 #define TAKE_MODE(flags, mode)                                                                     \
@@ -403,12 +388,23 @@ int shim_fcntl_time64(int fd, int command, ...)
 int shim_flock(int fd, int operation)
 {
     Descriptor descriptor;
-    const Attachment *const board =
-        (operation & LOCK_UN) != 0 ? find_device(fd, descriptor) : nullptr;
-    if (board != nullptr) {
-        judge_unlock(*board->state, board->state->buses[descriptor.bus], false);
+    const FlockCall next = NEXT(FlockCall, "flock");
+    const Attachment *const board = find_device(fd, descriptor);
+    if (board == nullptr) {
+        return next(fd, operation);
     }
-    return NEXT(FlockCall, "flock")(fd, operation);
+    State &state = *board->state;
+    Bus &bus = state.buses[descriptor.bus];
+    const bool releases = (operation & LOCK_UN) != 0;
+    if (releases) {
+        judge_unlock(state, bus, Lock::open_file);
+    }
+    const uint64_t asked_ns = now_ns();
+    const int result = next(fd, operation);
+    if (result >= 0 && !releases) {
+        judge_lock(state, bus, Lock::open_file, asked_ns);
+    }
+    return result;
 }
 
 int shim_lockf(int fd, int operation, long length)
@@ -424,19 +420,6 @@ int shim_lockf64(int fd, int operation, off_t length)
     return find_device(fd, descriptor) != nullptr
                ? lock_section(fd, operation, length)
                : NEXT(Lockf64Call, "lockf64")(fd, operation, length);
-}
-
-int shim_semget(key_t key, int count, int flags)
-{
-    uint32_t index;
-    if (find_semaphore(key, index) && wants_board()) {
-        const Attachment *const board = attach_board();
-        if (board == nullptr) {
-            return -1;
-        }
-        key = static_cast<key_t>(board->state->header.semaphore_base + index);
-    }
-    return NEXT(SemgetCall, "semget")(key, count, flags);
 }
 
 } // extern "C"

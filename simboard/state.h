@@ -18,7 +18,7 @@ namespace simboard
 {
 
 constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
-constexpr uint32_t kStateVersion = 2;
+constexpr uint32_t kStateVersion = 3;
 
 constexpr uint32_t kBuses = 16;
 constexpr uint32_t kChips = 1024;
@@ -38,8 +38,7 @@ constexpr size_t kLineSize = 128;
 constexpr uint32_t kJournalLines = 3072;
 
 constexpr size_t kTraceSlotSize = 256;
-constexpr uint32_t kTraceSlots = 2048; // per bus
-constexpr uint32_t kMaxRecordSlots = 64;
+constexpr uint32_t kTraceSlots = 4096; // per bus
 
 // Semaphore keys of the programs under test, and the keys of a board that stand for them: base +
 // index.
@@ -119,6 +118,8 @@ struct alignas(kLineSize) Counters {
     uint64_t paths_left_open;    // file locks released with a path of the process still open
     uint64_t two_channels;       // transfers that left two channels open on one segment
     uint64_t unbalanced_unlocks; // file locks released by a process that did not hold one
+    uint64_t longest_hold_ns;    // of the bus's locks, from the first taken to the last released
+    uint64_t longest_wait_ns;    // for one of the bus's locks that was then got
     uint32_t generation;         // of the process record these belong to
 };
 static_assert(sizeof(Counters) == kLineSize);
@@ -153,10 +154,19 @@ struct TraceSlot {
 };
 static_assert(sizeof(TraceSlot) == kTraceSlotSize);
 
+struct LockHold {
+    uint64_t since_ns; // CLOCK_MONOTONIC
+    int32_t pid;       // 0 when nobody holds the lock, as far as seen
+    int32_t reserved;
+};
+
 struct alignas(kLineSize) BusState {
     uint64_t trace_slots; // slots ever written
     uint64_t records;     // transfers ever recorded
-    int32_t lock_holder;  // process that holds the file lock, as far as seen
+    LockHold semaphore;   // who holds the bus's locks
+    LockHold file;
+    int32_t lock_holder; // process that holds a record lock on the device file, as far as seen
+    uint32_t resets;     // times the trace was begun anew
 };
 static_assert(sizeof(BusState) == kLineSize);
 
@@ -182,6 +192,7 @@ struct Header {
     uint32_t mutex_size; // programs of another word size cannot share the board
     uint64_t size;
     uint64_t created_at; // CLOCK_REALTIME seconds
+    uint64_t created_ns; // CLOCK_MONOTONIC
     uint32_t semaphore_base;
     uint32_t chip_count;
     uint16_t id; // tells descriptors of different boards apart within a process
@@ -190,7 +201,9 @@ struct Header {
 
 struct State {
     Header header;
-    pthread_mutex_t process_mutex; // robust: guards the claiming of process records
+    pthread_mutex_t process_mutex;   // robust: guards the claiming of process records
+    std::atomic<uint32_t> followers; // a futex: 1 while somebody sleeps until the next transfer
+    std::atomic<uint32_t> deleted;   // 1 when nobody can come to the board any more
     Bus buses[kBuses];
     Chip chips[kChips];
     ProcessRecord processes[kProcesses];

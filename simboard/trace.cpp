@@ -1,7 +1,11 @@
 // Writing trace records.
 #include "simboard/trace.h"
 
+#include <limits.h>
+#include <linux/futex.h>
 #include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "simboard/judge.h"
 
@@ -30,12 +34,6 @@ void open_slot(SlotWriter &writer)
     next.slots = 0;
     next.used = 0;
     writer.slots++;
-}
-
-size_t room_left(const SlotWriter &writer)
-{
-    const TraceSlot &last = slot(writer, writer.slots - 1U);
-    return sizeof(last.payload) * (kMaxRecordSlots - writer.slots + 1) - last.used;
 }
 
 void put(SlotWriter &writer, const void *bytes, size_t size)
@@ -75,27 +73,42 @@ void append_record(State &state, Bus &bus, RecordHead &head, const i2c_msg *mess
     head.number = ++bus.state.records;
     open_slot(writer);
     put(writer, &head, sizeof(head));
-    // The heads of all messages fit in any case, so only data bytes are ever left out.
-    size_t reserved = head.message_count * sizeof(RecordMessage);
     for (uint32_t i = 0; i < head.message_count; i++) {
         const i2c_msg &message = messages[i];
-        const size_t room = room_left(writer) - reserved;
         // A byte that was not acknowledged went over the wire all the same.
         const size_t sent = results[i].done + (results[i].outcome == Outcome::data_nack ? 1U : 0U);
-        const size_t kept = sent < room ? sent : room;
         const RecordMessage record = {message.addr,
                                       message.flags,
                                       message.len,
                                       results[i].done,
-                                      static_cast<uint16_t>(kept),
+                                      static_cast<uint16_t>(sent),
+                                      results[i].first_nack,
                                       results[i].outcome,
-                                      0};
+                                      results[i].address_nack ? uint8_t{1} : uint8_t{0}};
         put(writer, &record, sizeof(record));
-        put(writer, message.buf, kept);
-        reserved -= sizeof(record);
+        put(writer, message.buf, sent);
     }
     slot(writer, 0).slots = writer.slots;
     bus.state.trace_slots += writer.slots;
+    if (state.followers.load(std::memory_order_relaxed) != 0) {
+        call_followers(state);
+    }
+}
+
+void expect_record(State &state)
+{
+    state.followers.store(1);
+}
+
+void await_record(State &state)
+{
+    syscall(SYS_futex, &state.followers, FUTEX_WAIT, 1, nullptr, nullptr, 0);
+}
+
+void call_followers(State &state)
+{
+    state.followers.store(0);
+    syscall(SYS_futex, &state.followers, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
 } // namespace simboard

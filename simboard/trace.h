@@ -18,9 +18,13 @@ enum class Outcome : uint8_t {
     bad_count, // a block read whose count byte is 0 or above 32
 };
 
+constexpr uint16_t kAllAcknowledged = 0xffff;
+
 struct MessageResult {
-    uint16_t done; // bytes that went over the wire and were acknowledged
+    uint16_t done; // bytes that went over the wire, one that ended the message with a NACK left out
+    uint16_t first_nack; // first byte written that was not acknowledged, or kAllAcknowledged
     Outcome outcome;
+    bool address_nack;
 };
 
 struct OpenSwitch {
@@ -42,6 +46,7 @@ struct RecordHead {
     uint16_t message_count;
     uint16_t path_count;
     OpenSwitch path[kMaxPath];
+    char process[16]; // its name, since processes come and go
 };
 
 struct RecordMessage {
@@ -50,9 +55,15 @@ struct RecordMessage {
     uint16_t length;
     uint16_t done;
     uint16_t kept; // bytes that follow
+    uint16_t first_nack;
     Outcome outcome;
-    uint8_t reserved;
+    uint8_t address_nack;
 };
+
+constexpr size_t kSlotPayload = sizeof(TraceSlot::payload);
+constexpr size_t kLargestRecord =
+    sizeof(RecordHead) + kMaxMessages * (sizeof(RecordMessage) + kMaxMessageLength);
+static_assert(kLargestRecord <= kTraceSlots * kSlotPayload, "every byte of a transfer is kept");
 
 // Fills in the reachable switches with open channels, upstream first. With the bus held.
 void record_path(const State &state, const Bus &bus, RecordHead &head);
@@ -61,6 +72,14 @@ void record_path(const State &state, const Bus &bus, RecordHead &head);
 // the hold on.
 void append_record(State &state, Bus &bus, RecordHead &head, const i2c_msg *messages,
                    const MessageResult *results);
+
+// Sleeping until there is something new in the trace: `expect_record`, look, and when there was
+// nothing `await_record`, which returns at the next record on any bus, or at `call_followers`, and
+// at any time for no reason. A writer calls them within the hold, so that a kill cannot come
+// between.
+void expect_record(State &state);
+void await_record(State &state);
+void call_followers(State &state); // may be used in a signal handler
 
 } // namespace simboard
 

@@ -3,10 +3,12 @@
 
 #include <errno.h>
 #include <pthread.h>
+#include <string.h>
 #include <time.h>
 
 #include "simboard/bus_lock.h"
 #include "simboard/chip.h"
+#include "simboard/clock.h"
 #include "simboard/judge.h"
 #include "simboard/pec.h"
 #include "simboard/process.h"
@@ -40,13 +42,6 @@ struct Wires {
     {
     }
 };
-
-uint64_t now_ns()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
-}
 
 uint64_t wire_ns(const Wires &wires)
 {
@@ -154,6 +149,7 @@ int address_message(Wires &wires, const i2c_msg &message, MessageResult &result)
     }
     if (!answered) {
         wires.counters.address_nacks++;
+        result.address_nack = true;
         if (must_answer) {
             result.outcome = Outcome::address_nack;
             return -ENXIO;
@@ -168,6 +164,7 @@ int write_message(Wires &wires, const i2c_msg &message, MessageResult &result)
         const bool acknowledged = write_byte(wires, message.buf[result.done]);
         if (!acknowledged) {
             wires.counters.data_nacks++;
+            result.first_nack = result.done < result.first_nack ? result.done : result.first_nack;
             if ((message.flags & I2C_M_IGNORE_NAK) == 0) {
                 result.outcome = Outcome::data_nack;
                 return -EIO;
@@ -261,7 +258,7 @@ int run_transfer(State &state, Bus &bus, Transfer &transfer)
     const Self self = current_task(state);
     MessageResult results[kMaxMessages];
     for (uint32_t i = 0; i < transfer.count; i++) {
-        results[i] = {0, Outcome::not_reached};
+        results[i] = {0, kAllAcknowledged, Outcome::not_reached, false};
     }
 
     BusHold hold;
@@ -280,6 +277,7 @@ int run_transfer(State &state, Bus &bus, Transfer &transfer)
 
     head.start_ns = wires.start_ns;
     head.task = self.task;
+    strncpy(head.process, program_invocation_short_name, sizeof(head.process) - 1);
     head.result = result;
     head.smbus_size = transfer.smbus_size;
     head.findings = wires.findings;

@@ -7,7 +7,7 @@
 
 #include "simboard/attach.h"
 #include "simboard/build_state.h"
-#include "simboard/bus_lock.h"
+#include "simboard/bus_guard.h"
 #include "simboard/chip.h"
 
 namespace simboard
@@ -15,21 +15,6 @@ namespace simboard
 
 namespace
 {
-
-// The bus, held for as long as this lives.
-class BusGuard
-{
-public:
-    BusGuard(State &state, Bus &bus) : state_(state), bus_(bus) { lock_bus(state, bus, hold_); }
-    ~BusGuard() { unlock_bus(state_, bus_, hold_); }
-    BusGuard(const BusGuard &) = delete;
-    BusGuard &operator=(const BusGuard &) = delete;
-
-private:
-    State &state_;
-    Bus &bus_;
-    BusHold hold_;
-};
 
 // Registers and EEPROM bytes, or a switch's control register.
 uint8_t *bytes_of(State &state, Chip &chip, uint32_t offset, size_t count)
@@ -59,61 +44,13 @@ void collect(State &state, Bus &bus, std::vector<ProcessCounters> &found)
 bool has_counted(const ProcessCounters &process)
 {
     for (const Counters &counters : process.by_bus) {
-        if (counters.transfers + counters.paths_left_open + counters.unbalanced_unlocks > 0) {
+        if (counters.transfers + counters.paths_left_open + counters.unbalanced_unlocks +
+                counters.longest_wait_ns >
+            0) {
             return true;
         }
     }
     return false;
-}
-
-// Reads a record's bytes in order; zeros beyond its end.
-struct RecordBytes {
-    std::vector<uint8_t> bytes;
-    size_t at = 0;
-
-    void take(void *to, size_t size)
-    {
-        const size_t part = std::min(size, bytes.size() - at);
-        if (part > 0) {
-            std::memcpy(to, bytes.data() + at, part);
-        }
-        at += part;
-    }
-};
-
-MessageRecord read_message(RecordBytes &bytes)
-{
-    RecordMessage head = {};
-    bytes.take(&head, sizeof(head));
-    MessageRecord message;
-    message.address = head.address;
-    message.flags = head.flags;
-    message.length = head.length;
-    message.done = head.done;
-    message.outcome = head.outcome;
-    message.bytes.resize(head.kept);
-    bytes.take(message.bytes.data(), message.bytes.size());
-    return message;
-}
-
-TransferRecord read_record(RecordBytes bytes, uint32_t bus)
-{
-    RecordHead head = {};
-    bytes.take(&head, sizeof(head));
-    TransferRecord record;
-    record.number = head.number;
-    record.start_ns = head.start_ns;
-    record.end_ns = head.end_ns;
-    record.task = head.task;
-    record.bus = bus;
-    record.result = head.result;
-    record.smbus_size = head.smbus_size;
-    record.findings = head.findings;
-    record.path.assign(head.path, head.path + head.path_count);
-    for (uint16_t i = 0; i < head.message_count; i++) {
-        record.messages.push_back(read_message(bytes));
-    }
-    return record;
 }
 
 } // namespace
@@ -214,31 +151,6 @@ std::string describe_wrongs(const Counters &counters, const std::string &prefix)
     return text;
 }
 
-std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus, uint64_t after)
-{
-    State &state = *view.state;
-    std::vector<TransferRecord> records;
-    const TraceSlot *const ring = state.traces[bus];
-    const BusGuard guard(state, state.buses[bus]);
-    const uint64_t end = state.buses[bus].state.trace_slots;
-    for (uint64_t at = end > kTraceSlots ? end - kTraceSlots : 0; at < end;) {
-        const uint64_t slots = ring[at % kTraceSlots].slots;
-        RecordBytes bytes;
-        for (uint64_t i = at; i < at + slots; i++) {
-            const TraceSlot &slot = ring[i % kTraceSlots];
-            bytes.bytes.insert(bytes.bytes.end(), slot.payload, slot.payload + slot.used);
-        }
-        at += slots > 0 ? slots : 1; // the oldest record may have lost its first slots
-        if (slots > 0) {
-            TransferRecord record = read_record(std::move(bytes), bus);
-            if (record.number > after) {
-                records.push_back(std::move(record));
-            }
-        }
-    }
-    return records;
-}
-
 void reset_board(const BoardView &view)
 {
     State &state = *view.state;
@@ -253,7 +165,9 @@ void reset_board(const BoardView &view)
             column = {};
             column.generation = generation;
         }
+        const uint32_t resets = bus.state.resets + 1;
         bus.state = {};
+        bus.state.resets = resets;
     }
 }
 

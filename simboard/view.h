@@ -19,9 +19,10 @@ struct MessageRecord {
     uint16_t flags = 0;  // as in struct i2c_msg
     uint16_t length = 0; // as asked for; a block read's with its counted bytes
     uint16_t done = 0;   // bytes that went over the wire, a byte not acknowledged left out
+    uint16_t first_nack = kAllAcknowledged; // of the bytes written
     Outcome outcome = Outcome::not_reached;
-    std::vector<uint8_t>
-        bytes; // those, and one not acknowledged; fewer when the record had no room
+    bool address_nack = false;
+    std::vector<uint8_t> bytes; // that went over, one not acknowledged included
 };
 
 struct TransferRecord {
@@ -29,6 +30,7 @@ struct TransferRecord {
     uint64_t start_ns = 0; // CLOCK_MONOTONIC
     uint64_t end_ns = 0;   // STOP, wire time included
     Task task = {};
+    std::string process; // its name
     uint32_t bus = 0;
     int32_t result = 0;      // number of messages, or a negative errno
     int32_t smbus_size = -1; // the SMBus transaction it was made for, -1 for I2C_RDWR
@@ -75,9 +77,9 @@ std::vector<ProcessCounters> read_counters(const BoardView &view);
 // What must never happen and did, one line each with `prefix`; empty when all is well.
 std::string describe_wrongs(const Counters &counters, const std::string &prefix);
 
-// Records of one bus numbered `after` + 1 and up, oldest first, as far as the trace still holds
-// them.
-std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus, uint64_t after = 0);
+// All records of one bus, oldest first, as far as the trace still holds them (trace_reader.h reads
+// them a few at a time).
+std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus);
 
 // All chips, counters and the trace as at creation.
 void reset_board(const BoardView &view);

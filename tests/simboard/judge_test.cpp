@@ -10,6 +10,7 @@
 #include "child.h"
 #include "device.h"
 #include "simboard/testing.h"
+#include "simboard/trace_reader.h"
 
 namespace
 {
@@ -239,32 +240,36 @@ TEST(Trace, TellsWhoWhenAndThroughWhichPath)
     ASSERT_EQ(last.path.size(), 2U);
     EXPECT_EQ(last.path[0].address, 0x70);
     EXPECT_EQ(last.path[1].channels, 0x08);
-    EXPECT_EQ(read_trace(board.view(), 4, 2).size(), 1U);
 }
 
-TEST(Trace, KeepsTheNewestAndSaysHowMuchOfALongTransferItKept)
+TEST(Trace, KeepsTheNewestWithEveryByteAndSaysWhatAReaderMissed)
 {
     Board board(reference_board());
     const Device bus(7);
-    Bytes big(8192, 0x42);
-    const i2c_msg message = {0x30, 0, 8192, big.data()};
-    for (int i = 0; i < 100; i++) {
-        ASSERT_EQ(bus.transfer({message, message, message}), 3);
-    }
+    simboard::TraceCursor cursor;
+    std::deque<simboard::TraceEntry> entries;
     ASSERT_EQ(bus.write(0x30, {0x11, 0x22}), 1);
-    const auto trace = board.trace(7);
-    ASSERT_GT(trace.size(), 10U);
-    EXPECT_EQ(trace.back().number, 101U);
-    EXPECT_EQ(trace.back().messages.at(0).bytes, (Bytes{0x11, 0x22}));
-    for (size_t i = 1; i < trace.size(); i++) {
-        EXPECT_EQ(trace[i].number, trace[i - 1].number + 1);
+    EXPECT_TRUE(read_further(board.view(), 7, cursor, entries));
+    EXPECT_FALSE(read_further(board.view(), 7, cursor, entries));
+    Bytes big(8192, 0x42);
+    const std::vector<i2c_msg> largest(42, {0x30, 0, 8192, big.data()});
+    for (int i = 0; i < 10; i++) {
+        ASSERT_EQ(bus.transfer(largest), 42);
     }
-    const auto &longest = trace.front().messages;
-    ASSERT_EQ(longest.size(), 3U);
-    EXPECT_EQ(longest[0].bytes, big);
-    EXPECT_LT(longest[1].bytes.size(), big.size());
-    EXPECT_EQ(longest[1].done, 8192);
-    EXPECT_EQ(longest[2].length, 8192);
+    while (read_further(board.view(), 7, cursor, entries)) {
+    }
+    ASSERT_GT(entries.size(), 2U);
+    EXPECT_EQ(entries[1].lost, entries[1].record.number - 2);
+    EXPECT_EQ(entries.back().record.number, 11U);
+    EXPECT_EQ(entries.back().lost, 0U);
+    for (const simboard::MessageRecord &message : entries.back().record.messages) {
+        EXPECT_EQ(message.bytes, big);
+    }
+    board.reset();
+    ASSERT_EQ(bus.write(0x30, {0x33}), 1);
+    entries.clear();
+    EXPECT_TRUE(read_further(board.view(), 7, cursor, entries));
+    EXPECT_EQ(entries.front().record.number, 1U);
 }
 
 } // namespace
