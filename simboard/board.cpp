@@ -334,6 +334,16 @@ void write_bus_status(const std::string &directory, const BoardDescription &desc
     }
 }
 
+void clear_memory(const std::string &directory, const BoardDescription &description)
+{
+    const std::string path = directory + "/mem";
+    const File file = {open(path.c_str(), O_RDWR | O_CLOEXEC)};
+    if (fallocate(file.fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, kPhysicalMemory) < 0) {
+        fail(path);
+    }
+    write_bus_status(directory, description);
+}
+
 void delete_board(const std::string &directory)
 {
     Header header = {};

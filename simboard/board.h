@@ -39,6 +39,9 @@ NewBoard create_board(const BoardDescription &description, const std::string &de
 // Puts the described status of the bus controllers into the board's physical memory.
 void write_bus_status(const std::string &directory, const BoardDescription &description);
 
+// Clears the board's physical memory, as it is when new.
+void clear_memory(const std::string &directory, const BoardDescription &description);
+
 // Removes a board with its semaphores. Programs that still use it keep what they have mapped.
 void delete_board(const std::string &directory);
 

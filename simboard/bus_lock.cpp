@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <time.h>
 
 namespace simboard
 {
@@ -36,6 +37,25 @@ void roll_back(State &state, Bus &bus)
     journal.count.store(0, std::memory_order_release);
 }
 
+// After a look at the mutex: what a dead holder had changed is put back.
+void take_over(State &state, Bus &bus, int status)
+{
+    if (status == EOWNERDEAD) {
+        roll_back(state, bus);
+        bus.recoveries.fetch_add(1, std::memory_order_relaxed);
+        pthread_mutex_consistent(&bus.mutex);
+    }
+}
+
+// A handler that made a transfer of its own, or jumped out, would find or leave the bus held by its
+// own thread.
+void block_signals(BusHold &hold)
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &hold.signals);
+}
+
 } // namespace
 
 int init_shared(pthread_mutex_t &mutex)
@@ -65,16 +85,28 @@ void lock_shared(pthread_mutex_t &mutex)
 
 void lock_bus(State &state, Bus &bus, BusHold &hold)
 {
-    // A handler that made a transfer of its own, or jumped out, would find or leave the bus held by
-    // its own thread.
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &hold.signals);
-    if (pthread_mutex_lock(&bus.mutex) == EOWNERDEAD) {
-        roll_back(state, bus);
-        bus.recoveries.fetch_add(1, std::memory_order_relaxed);
-        pthread_mutex_consistent(&bus.mutex);
+    block_signals(hold);
+    take_over(state, bus, pthread_mutex_lock(&bus.mutex));
+}
+
+bool lock_bus_within(State &state, Bus &bus, BusHold &hold, uint32_t timeout_ms)
+{
+    timespec until;
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_sec += timeout_ms / 1000;
+    until.tv_nsec += static_cast<long>(timeout_ms % 1000) * 1'000'000;
+    if (until.tv_nsec >= 1'000'000'000) {
+        until.tv_sec++;
+        until.tv_nsec -= 1'000'000'000;
     }
+    block_signals(hold);
+    const int status = pthread_mutex_clocklock(&bus.mutex, CLOCK_MONOTONIC, &until);
+    if (status != 0 && status != EOWNERDEAD) {
+        pthread_sigmask(SIG_SETMASK, &hold.signals, nullptr);
+        return false;
+    }
+    take_over(state, bus, status);
+    return true;
 }
 
 void unlock_bus(State &state, Bus &bus, const BusHold &hold)

@@ -18,6 +18,9 @@ struct BusHold {
 // had changed since it took the bus is put back first.
 void lock_bus(State &state, Bus &bus, BusHold &hold);
 
+// The same, but false when the bus could not be had within that time.
+bool lock_bus_within(State &state, Bus &bus, BusHold &hold, uint32_t timeout_ms);
+
 // Makes what was changed final and lets go of the bus. errno is kept.
 void unlock_bus(State &state, Bus &bus, const BusHold &hold);
 

@@ -65,17 +65,6 @@ bool is_dead(const TaskStatus &status)
     return status.exiting || status.state == 'Z' || status.state == 'X' || status.state == 'x';
 }
 
-bool process_lives(int32_t pid, uint64_t start_ticks)
-{
-    if (kill(pid, 0) < 0 && errno == ESRCH) {
-        return false;
-    }
-    char path[32];
-    snprintf(path, sizeof(path), "/proc/%d/stat", pid);
-    const TaskStatus status = read_status(path);
-    return !is_dead(status) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
-}
-
 void take_record(ProcessRecord &record, int32_t pid, uint64_t start_ticks)
 {
     // The counters that stand there stay, marked as another generation's, until each bus's holder
@@ -161,6 +150,17 @@ Self current_task(State &state)
         errno = saved;
     }
     return cached.self;
+}
+
+bool process_lives(int32_t pid, uint64_t start_ticks)
+{
+    if (kill(pid, 0) < 0 && errno == ESRCH) {
+        return false;
+    }
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d/stat", pid);
+    const TaskStatus status = read_status(path);
+    return !is_dead(status) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
 }
 
 void add_counters(Counters &sum, const Counters &counters)

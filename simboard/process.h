@@ -22,6 +22,9 @@ Counters &own_counters(State &state, Bus &bus, uint32_t record);
 
 void add_counters(Counters &sum, const Counters &counters);
 
+// Whether the process that started at `start_ticks` still lives.
+bool process_lives(int32_t pid, uint64_t start_ticks);
+
 // Whether the task that did something at `since_ns` (CLOCK_BOOTTIME) still lives; a zombie does
 // not, nor one whose numbers were reused.
 bool is_alive(const Task &task, uint64_t since_ns);

@@ -1,6 +1,7 @@
 // What surrounds a chip, read and changed by name.
 #include <stdexcept>
 
+#include "simboard/bus_guard.h"
 #include "simboard/chip_kind.h"
 #include "simboard/chip_memory.h"
 #include "simboard/view.h"
@@ -42,6 +43,22 @@ void write_stimulus(const BoardView &view, Chip &chip, const std::string &name, 
     std::vector<uint8_t> bytes(stimulus.size);
     store_number(bytes.data(), stimulus.size, static_cast<uint32_t>(value));
     poke(view, chip, stimulus.offset, bytes);
+}
+
+void write_pin(const BoardView &view, Chip &chip, uint32_t pin, bool level)
+{
+    const Stimulus &inputs = require_stimulus(chip, "inputs");
+    if (pin >= chip_kind(chip.type).pins) {
+        throw std::runtime_error(std::string(chip.name) + " has no pin " + std::to_string(pin));
+    }
+    State &state = *view.state;
+    Bus &bus = state.buses[chip.bus];
+    const BusGuard guard(state, bus); // other pins may be changed at the same time
+    uint8_t *const port = memory_of(state, chip) + inputs.offset + pin / 8;
+    const unsigned bit = 1U << pin % 8;
+    preserve(state, bus, port, 1);
+    *port = static_cast<uint8_t>(level ? *port | bit : *port & ~bit);
+    chip_settle({state, bus, chip, 0});
 }
 
 std::vector<std::string> list_stimuli(const Chip &chip)

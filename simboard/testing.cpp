@@ -148,21 +148,13 @@ void Board::set_stimulus(const std::string &device, const std::string &name, int
 
 void Board::set_pin(const std::string &device, uint32_t pin, bool level)
 {
-    const int64_t bit = int64_t{1} << pin;
-    const int64_t inputs = stimulus(device, "inputs");
-    set_stimulus(device, "inputs", level ? inputs | bit : inputs & ~bit);
+    write_pin(view_, find_chip(view_, device), pin, level);
 }
 
 void Board::reset()
 {
     reset_board(view_);
-    const int fd = open_memory(directory_);
-    const int status = fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, off_t{1} << 32);
-    close(fd);
-    if (status < 0) {
-        throw std::runtime_error(directory_ + "/mem: " + std::strerror(errno));
-    }
-    write_bus_status(directory_, description_);
+    clear_memory(directory_, description_);
 }
 
 Counters Board::totals()

@@ -69,6 +69,8 @@ void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<
 // its range. A program on the bus finds the change with its next transfer.
 int64_t read_stimulus(const BoardView &view, const Chip &chip, const std::string &name);
 void write_stimulus(const BoardView &view, Chip &chip, const std::string &name, int64_t value);
+// The level that stands at an expander's pin from outside.
+void write_pin(const BoardView &view, Chip &chip, uint32_t pin, bool level);
 // Names of the chip's stimuli.
 std::vector<std::string> list_stimuli(const Chip &chip);
 

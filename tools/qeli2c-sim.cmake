@@ -5,19 +5,27 @@ if(NOT TARGET JsonCpp::JsonCpp)
 endif()
 
 add_executable(qeli2c_sim
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/check.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/chosen_board.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/environment.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/image.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/json_output.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/peek.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/poke.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/report.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/reset.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/run.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/status.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/subject.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/verify.cpp)
 set_target_properties(qeli2c_sim PROPERTIES OUTPUT_NAME qeli2c-sim)
 target_compile_definitions(qeli2c_sim PRIVATE
     QELI2C_VERSION="${PROJECT_VERSION}"
     QELI2C_LIBRARY_ARCHITECTURE="${CMAKE_LIBRARY_ARCHITECTURE}")
 target_link_libraries(qeli2c_sim PRIVATE
-    simboard_board qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
+    simboard_board qeli2c_tool_parts qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
 # Not linked, but looked for beside the program.
 add_dependencies(qeli2c_sim qelsim boards)

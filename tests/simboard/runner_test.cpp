@@ -127,14 +127,14 @@ TEST(StandingBoard, IsSharedByProgramsUntilItIsStopped)
         rm env
         i2cset -y 7 0x30 0x10 0xa5
         i2cget -y 7 0x30 0x10
-        qeli2c-sim list | awk '{print $1, $2}'
+        qeli2c-sim status | awk 'NR > 1 {print $1, $2}'
         qeli2c-sim report --json | grep '"transfers": 2' | wc -l
         qeli2c-sim report other | tail -1
         qeli2c-sim start bench 2>&1 || true
         qeli2c-sim stop bench
         qeli2c-sim stop other
         i2cget -y 7 0x30 0x10 2>/dev/null || echo gone
-        qeli2c-sim list
+        qeli2c-sim status
     )");
     EXPECT_EQ(finished.out, "0xa5\nbench reference\nother reference\n2\nnothing wrong was seen\n"
                             "qeli2c-sim: board \"bench\" already exists\ngone\n");

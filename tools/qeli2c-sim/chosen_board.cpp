@@ -50,4 +50,15 @@ ChosenBoard::~ChosenBoard()
     simboard::close_board(view_);
 }
 
+simboard::BoardDescription ChosenBoard::description() const
+{
+    const std::string file = view_.directory + "/board.json";
+    std::vector<simboard::DescriptionError> errors;
+    simboard::BoardDescription description = simboard::load_board_description(file, errors);
+    if (!errors.empty()) {
+        throw std::runtime_error(simboard::to_string(file, errors.front()));
+    }
+    return description;
+}
+
 } // namespace runner

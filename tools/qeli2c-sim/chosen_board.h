@@ -3,6 +3,7 @@
 #define QELI2C_SIM_CHOSEN_BOARD_H
 
 #include "command_line.h"
+#include "simboard/description.h"
 #include "simboard/view.h"
 
 #include <string>
@@ -29,6 +30,8 @@ public:
     ChosenBoard &operator=(const ChosenBoard &) = delete;
 
     simboard::BoardView &view() { return view_; }
+    // What it was made from.
+    simboard::BoardDescription description() const;
 
 private:
     simboard::BoardView view_;

@@ -27,7 +27,14 @@ struct Runner {
 void add_run(CLI::App &app, Runner &runner);
 void add_start(CLI::App &app, Runner &runner);
 void add_stop(CLI::App &app, Runner &runner);
-void add_list(CLI::App &app, Runner &runner);
+void add_status(CLI::App &app, Runner &runner);
+void add_reset(CLI::App &app, Runner &runner);
+void add_peek(CLI::App &app, Runner &runner);
+void add_poke(CLI::App &app, Runner &runner);
+void add_load(CLI::App &app, Runner &runner);
+void add_save(CLI::App &app, Runner &runner);
+void add_check(CLI::App &app, Runner &runner);
+void add_verify(CLI::App &app, Runner &runner);
 void add_report(CLI::App &app, Runner &runner);
 
 } // namespace runner

@@ -1,5 +1,6 @@
 // qeli2c-sim, the board runner: programs see the I2C buses of a simulated board.
 #include "command_line.h"
+#include "tools/qeli2c/failure.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,8 +16,22 @@ void add_commands(CLI::App &app, runner::Runner &runner)
     runner::add_run(app, runner);
     runner::add_start(app, runner);
     runner::add_stop(app, runner);
-    runner::add_list(app, runner);
+    runner::add_status(app, runner);
+    runner::add_reset(app, runner);
+    runner::add_peek(app, runner);
+    runner::add_poke(app, runner);
+    runner::add_load(app, runner);
+    runner::add_save(app, runner);
+    runner::add_check(app, runner);
+    runner::add_verify(app, runner);
     runner::add_report(app, runner);
+}
+
+int fail(const std::string &message)
+{
+    std::cout.flush();
+    std::cerr << "qeli2c-sim: " << message << "\n";
+    return runner::kFailed;
 }
 
 int act(const runner::Runner &runner)
@@ -25,10 +40,11 @@ int act(const runner::Runner &runner)
         return runner.action();
     } catch (const runner::UsageError &error) {
         return runner::usage_failure(error.what());
+    } catch (const tool::Failure &failure) {
+        return failure.status == runner::kUsage ? runner::usage_failure(failure.message)
+                                                : fail(failure.message);
     } catch (const std::exception &error) {
-        std::cout.flush();
-        std::cerr << "qeli2c-sim: " << error.what() << "\n";
-        return runner::kFailed;
+        return fail(error.what());
     }
 }
 
@@ -57,8 +73,7 @@ int main(int argc, char **argv)
             return *done;
         }
     } catch (const std::exception &error) {
-        std::cerr << "qeli2c-sim: " << error.what() << "\n";
-        return runner::kFailed;
+        return fail(error.what());
     }
     const int status = act(runner);
     return results_written() || status != runner::kDone ? status : runner::kFailed;

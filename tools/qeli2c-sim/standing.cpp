@@ -1,6 +1,5 @@
-// qeli2c-sim start, stop and list: boards that stay while programs come and go.
+// qeli2c-sim start and stop: boards that stay while programs come and go.
 #include "environment.h"
-#include "simboard/view.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,14 +11,6 @@ namespace runner
 
 namespace
 {
-
-std::string describe(const simboard::ListedBoard &listed)
-{
-    simboard::BoardView view = simboard::open_board(listed.directory);
-    const std::string text = view.state->header.name;
-    simboard::close_board(view);
-    return text;
-}
 
 bool is_standing(const std::string &name)
 {
@@ -51,26 +42,6 @@ int stop_board(const std::string &name)
     return 0;
 }
 
-int list_all_boards()
-{
-    simboard::sweep_boards();
-    auto boards = simboard::list_boards();
-    std::sort(boards.begin(), boards.end(),
-              [](const simboard::ListedBoard &a, const simboard::ListedBoard &b) {
-                  return a.name < b.name;
-              });
-    for (const simboard::ListedBoard &board : boards) {
-        try {
-            const std::string text = describe(board);
-            std::printf("%-16s %-24s %s\n", board.name.empty() ? "(run)" : board.name.c_str(),
-                        text.c_str(), board.directory.c_str());
-        } catch (const std::runtime_error &error) { // deleted meanwhile, or damaged
-            std::fprintf(stderr, "qeli2c-sim: %s\n", error.what());
-        }
-    }
-    return 0;
-}
-
 // The board that is started or stopped; $QELI2C_SIM has no say in it.
 void add_name(CLI::App &command, std::string &name)
 {
@@ -99,11 +70,6 @@ void add_stop(CLI::App &app, Runner &runner)
     CLI::App &stop = add_command(app, runner, "stop", "Delete a board that start has made", "",
                                  [name] { return stop_board(*name); });
     add_name(stop, *name);
-}
-
-void add_list(CLI::App &app, Runner &runner)
-{
-    add_command(app, runner, "list", "List this user's boards", "", list_all_boards);
 }
 
 } // namespace runner
