@@ -7,8 +7,8 @@
 #include <ctime>
 
 #include "simboard/bus_lock.h"
+#include "simboard/chip.h"
 #include "simboard/chip_kind.h"
-#include "simboard/chip_layout.h"
 #include "simboard/chip_memory.h"
 #include "simboard/clock.h"
 
@@ -46,14 +46,6 @@ void describe_surroundings(Chip &chip, const DeviceDescription &device)
     if (kind.has_pattern) {
         chip.described[0] = static_cast<uint8_t>(device.pattern.size());
         std::copy(device.pattern.begin(), device.pattern.end(), chip.described + 1);
-    }
-}
-
-void fill_pattern(uint8_t *memory, const Chip &chip)
-{
-    const uint32_t length = chip.described[0];
-    for (uint32_t i = 0; i < chip.memory_size && length > 0; i++) {
-        memory[i] = chip.described[1 + i % length];
     }
 }
 
@@ -101,13 +93,7 @@ void clear_chip(State &state, Chip &chip)
         std::memcpy(memory + stimulus.offset,
                     chip.described + stimulus.offset - kind.stimuli[0].offset, stimulus.size);
     }
-    if (kind.has_pattern) {
-        fill_pattern(memory, chip);
-    } else if (chip.type == ChipType::pca9535 || chip.type == ChipType::pca9554) {
-        pca953x_power_on(memory, chip.type);
-    } else if (chip.type == ChipType::tpa626) {
-        tpa626_power_on(memory);
-    }
+    chip_power_on(memory, chip);
 }
 
 uint64_t state_size(const BoardDescription &description)

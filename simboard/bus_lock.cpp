@@ -109,10 +109,15 @@ bool lock_bus_within(State &state, Bus &bus, BusHold &hold, uint32_t timeout_ms)
     return true;
 }
 
+void commit_bus(State &state, Bus &bus)
+{
+    state.journals[bus.number].count.store(0, std::memory_order_release);
+}
+
 void unlock_bus(State &state, Bus &bus, const BusHold &hold)
 {
     const int saved = errno;
-    state.journals[bus.number].count.store(0, std::memory_order_release);
+    commit_bus(state, bus);
     pthread_mutex_unlock(&bus.mutex);
     pthread_sigmask(SIG_SETMASK, &hold.signals, nullptr);
     errno = saved;

@@ -24,6 +24,9 @@ bool lock_bus_within(State &state, Bus &bus, BusHold &hold, uint32_t timeout_ms)
 // Makes what was changed final and lets go of the bus. errno is kept.
 void unlock_bus(State &state, Bus &bus, const BusHold &hold);
 
+// Makes what was changed final, still holding the bus.
+void commit_bus(State &state, Bus &bus);
+
 // Keeps the old bytes of the lines at `at` so that they can be put back. Call it before every first
 // change of a line while the bus is held.
 void preserve(State &state, Bus &bus, const void *at, size_t length);

@@ -35,6 +35,29 @@ int chip_event(const ChipAccess &access, BusEvent event, uint8_t byte)
     return kNack;
 }
 
+void chip_power_on(uint8_t *memory, const Chip &chip)
+{
+    const uint32_t length = chip.described[0]; // of the pattern
+    switch (chip.type) {
+    case ChipType::registers:
+    case ChipType::retimer:
+    case ChipType::epld_subcard:
+        for (uint32_t i = 0; i < chip.memory_size; i++) {
+            memory[i] = length > 0 ? chip.described[1 + i % length] : uint8_t{0};
+        }
+        break;
+    case ChipType::pca9535:
+    case ChipType::pca9554:
+        pca953x_power_on(memory, chip.type);
+        break;
+    case ChipType::tpa626:
+        tpa626_power_on(memory);
+        break;
+    default:
+        break;
+    }
+}
+
 void chip_settle(const ChipAccess &access)
 {
     switch (access.chip.type) {

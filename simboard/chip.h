@@ -39,6 +39,9 @@ int mctp(const ChipAccess &access, BusEvent event, uint8_t byte);
 // The model of the chip's type.
 int chip_event(const ChipAccess &access, BusEvent event, uint8_t byte);
 
+// Registers as after power-on; the chip's surroundings stay, and what it keeps without power.
+void chip_power_on(uint8_t *memory, const Chip &chip);
+
 // Registers that follow the chip's surroundings, brought up to date. With the bus held.
 void chip_settle(const ChipAccess &access);
 

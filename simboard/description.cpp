@@ -8,13 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 
 #include "simboard/chip_kind.h"
 #include "simboard/description_check.h"
-#include "simboard/description_keys.h"
 #include "simboard/description_reader.h"
 
 namespace simboard
@@ -33,63 +31,6 @@ struct Segment {
 unsigned line_of_member(const Reader &reader, const Json::Value &object, const char *key)
 {
     return line_of(reader, object.isMember(key) ? object[key] : object);
-}
-
-// False, with a complaint, when `value` is no object. Keys not `known` are complained about each.
-bool check_object(Reader &reader, const Json::Value &value, const std::string &path,
-                  const std::set<std::string> &known)
-{
-    if (!value.isObject()) {
-        complain(reader, value, path, "must be an object");
-        return false;
-    }
-    for (const std::string &key : value.getMemberNames()) {
-        if (known.count(key) == 0) {
-            complain(reader, value[key], join(path, key), "unknown key");
-        }
-    }
-    return true;
-}
-
-// A member, or null with a complaint when it is missing.
-const Json::Value *require(Reader &reader, const Json::Value &object, const std::string &path,
-                           const char *key)
-{
-    if (!object.isMember(key)) {
-        complain(reader, object, join(path, key), "is missing");
-        return nullptr;
-    }
-    return &object[key];
-}
-
-std::optional<uint32_t> read_number(Reader &reader, const Json::Value &object,
-                                    const std::string &path, const char *key, uint32_t low,
-                                    uint32_t high, const char *range)
-{
-    const Json::Value *const value = require(reader, object, path, key);
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    const std::optional<int64_t> number = parse_number(*value);
-    if (!number || *number < low || *number > high) {
-        complain(reader, *value, join(path, key), std::string("must be a number from ") + range);
-        return std::nullopt;
-    }
-    return static_cast<uint32_t>(*number);
-}
-
-std::string read_text(Reader &reader, const Json::Value &object, const std::string &path,
-                      const char *key)
-{
-    const Json::Value *const value = require(reader, object, path, key);
-    if (value == nullptr) {
-        return {};
-    }
-    if (!value->isString() || value->asString().empty()) {
-        complain(reader, *value, join(path, key), "must be a text that is not empty");
-        return {};
-    }
-    return value->asString();
 }
 
 uint32_t read_speed(Reader &reader, const Json::Value &object, const std::string &path,
@@ -226,47 +167,6 @@ void read_board(Reader &reader, const Json::Value &root)
     }
 }
 
-// jsoncpp reports syntax as text: "* Line 3, Column 5", then the message on an indented line of its
-// own.
-void add_syntax_errors(const std::string &report, std::vector<DescriptionError> &errors)
-{
-    unsigned line = 0;
-    for (size_t start = 0; start < report.size();) {
-        const size_t end = std::min(report.find('\n', start), report.size());
-        const std::string text = report.substr(start, end - start);
-        start = end + 1;
-        if (std::sscanf(text.c_str(), "* Line %u", &line) == 1 || text.size() < 3 ||
-            text.compare(0, 4, "See ") == 0) {
-            continue;
-        }
-        // What follows on the same line is mostly a consequence of the first mistake there.
-        if (errors.empty() || errors.back().line != line) {
-            errors.push_back({line, "", "not valid JSON: " + text.substr(2)});
-        }
-    }
-    if (errors.empty()) {
-        errors.push_back({0, "", "not valid JSON"});
-    }
-}
-
-bool parse_json(const std::string &text, Json::Value &root, std::vector<DescriptionError> &errors)
-{
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["rejectDupKeys"] = false; // looked for apart, so that they do not hide other mistakes
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string report;
-    try {
-        if (reader->parse(text.data(), text.data() + text.size(), &root, &report)) {
-            return true;
-        }
-    } catch (const Json::Exception &error) { // nested too deeply
-        report = std::string("  ") + error.what();
-    }
-    add_syntax_errors(report, errors);
-    return false;
-}
-
 } // namespace
 
 BoardDescription parse_board_description(const std::string &text,
@@ -276,12 +176,9 @@ BoardDescription parse_board_description(const std::string &text,
     if (!parse_json(text, root, errors)) {
         return {};
     }
-    find_duplicate_keys(text, errors);
     Reader reader = {text, errors, {}};
     read_board(reader, root);
-    std::stable_sort(
-        errors.begin(), errors.end(),
-        [](const DescriptionError &a, const DescriptionError &b) { return a.line < b.line; });
+    sort_by_line(errors);
     return reader.board;
 }
 

@@ -1,10 +1,68 @@
-// What all parts of reading a board description need.
+// What all parts of reading a board description, or another file about a board, need.
 #include "simboard/description_reader.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "simboard/description_keys.h"
 
 namespace simboard
 {
+
+namespace
+{
+
+// jsoncpp reports syntax as text: "* Line 3, Column 5", then the message on an indented line of its
+// own.
+void add_syntax_errors(const std::string &report, std::vector<DescriptionError> &errors)
+{
+    unsigned line = 0;
+    for (size_t start = 0; start < report.size();) {
+        const size_t end = std::min(report.find('\n', start), report.size());
+        const std::string text = report.substr(start, end - start);
+        start = end + 1;
+        if (std::sscanf(text.c_str(), "* Line %u", &line) == 1 || text.size() < 3 ||
+            text.compare(0, 4, "See ") == 0) {
+            continue;
+        }
+        // What follows on the same line is mostly a consequence of the first mistake there.
+        if (errors.empty() || errors.back().line != line) {
+            errors.push_back({line, "", "not valid JSON: " + text.substr(2)});
+        }
+    }
+    if (errors.empty()) {
+        errors.push_back({0, "", "not valid JSON"});
+    }
+}
+
+} // namespace
+
+bool parse_json(const std::string &text, Json::Value &root, std::vector<DescriptionError> &errors)
+{
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["rejectDupKeys"] = false; // looked for apart, so that they do not hide other mistakes
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string report;
+    try {
+        if (reader->parse(text.data(), text.data() + text.size(), &root, &report)) {
+            find_duplicate_keys(text, errors);
+            return true;
+        }
+    } catch (const Json::Exception &error) { // nested too deeply
+        report = std::string("  ") + error.what();
+    }
+    add_syntax_errors(report, errors);
+    return false;
+}
+
+void sort_by_line(std::vector<DescriptionError> &errors)
+{
+    std::stable_sort(
+        errors.begin(), errors.end(),
+        [](const DescriptionError &a, const DescriptionError &b) { return a.line < b.line; });
+}
 
 unsigned line_of(const Reader &reader, const Json::Value &value)
 {
@@ -48,6 +106,61 @@ std::optional<int64_t> parse_number(const Json::Value &value)
     }
     const int64_t magnitude = std::stoll(digits, nullptr, hex ? 16 : 10);
     return negative ? -magnitude : magnitude;
+}
+
+bool check_object(Reader &reader, const Json::Value &value, const std::string &path,
+                  const std::set<std::string> &known)
+{
+    if (!value.isObject()) {
+        complain(reader, value, path, "must be an object");
+        return false;
+    }
+    for (const std::string &key : value.getMemberNames()) {
+        if (known.count(key) == 0) {
+            complain(reader, value[key], join(path, key), "unknown key");
+        }
+    }
+    return true;
+}
+
+const Json::Value *require(Reader &reader, const Json::Value &object, const std::string &path,
+                           const char *key)
+{
+    if (!object.isMember(key)) {
+        complain(reader, object, join(path, key), "is missing");
+        return nullptr;
+    }
+    return &object[key];
+}
+
+std::optional<uint32_t> read_number(Reader &reader, const Json::Value &object,
+                                    const std::string &path, const char *key, uint32_t low,
+                                    uint32_t high, const char *range)
+{
+    const Json::Value *const value = require(reader, object, path, key);
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    const std::optional<int64_t> number = parse_number(*value);
+    if (!number || *number < low || *number > high) {
+        complain(reader, *value, join(path, key), std::string("must be a number from ") + range);
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(*number);
+}
+
+std::string read_text(Reader &reader, const Json::Value &object, const std::string &path,
+                      const char *key)
+{
+    const Json::Value *const value = require(reader, object, path, key);
+    if (value == nullptr) {
+        return {};
+    }
+    if (!value->isString() || value->asString().empty()) {
+        complain(reader, *value, join(path, key), "must be a text that is not empty");
+        return {};
+    }
+    return value->asString();
 }
 
 } // namespace simboard

@@ -7,6 +7,7 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include "simboard/fault.h"
 #include "simboard/transfer.h"
 
 namespace simboard
@@ -195,12 +196,35 @@ int set_address(int fd, Descriptor &descriptor, unsigned long address)
     return write_descriptor(fd, descriptor) ? 0 : -errno;
 }
 
+// The address a request is about: most often the one set for the descriptor.
+uint16_t address_of(const Descriptor &descriptor, unsigned request, const void *argument)
+{
+    if (request == I2C_SLAVE || request == I2C_SLAVE_FORCE) {
+        return static_cast<uint16_t>(reinterpret_cast<unsigned long>(argument));
+    }
+    if (request == I2C_RDWR && !is_bad(argument)) {
+        i2c_rdwr_ioctl_data data;
+        memcpy(&data, argument, sizeof(data));
+        if (data.nmsgs > 0 && !is_bad(data.msgs)) {
+            return data.msgs[0].addr;
+        }
+    }
+    return descriptor.address;
+}
+
 } // namespace
 
 long device_request(State &state, int fd, Descriptor &descriptor, unsigned request, void *argument)
 {
     Bus &bus = state.buses[descriptor.bus];
     const unsigned long number = reinterpret_cast<unsigned long>(argument);
+    if (has_faults(state, bus, kInCalls)) {
+        const uint16_t address = address_of(descriptor, request, argument);
+        const int error = strike_call(state, bus, request, address);
+        if (error != 0) {
+            return -error;
+        }
+    }
     switch (request) {
     case I2C_RDWR:
         return combined_transfer(state, bus, argument);

@@ -13,6 +13,7 @@ constexpr uint16_t kFindingConflict = 1;
 constexpr uint16_t kFindingForeign = 2;
 constexpr uint16_t kFindingTwoChannels = 4;
 constexpr uint16_t kFindingOrphan = 8;
+constexpr uint16_t kFindingFault = 16; // a step of the fault plan struck
 
 // All with the bus held.
 

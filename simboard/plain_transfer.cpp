@@ -44,7 +44,7 @@ long plain_transfer(State &state, int fd, const Descriptor &descriptor, bool rea
     message.buf = bytes;
     Transfer transfer = {&message, 1, -1, false, 0};
     const int result = run_transfer(state, state.buses[descriptor.bus], transfer);
-    if (result < 0) {
+    if (result != 1) {
         return result;
     }
     if (reading && length > 0) {

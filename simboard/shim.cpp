@@ -13,6 +13,7 @@
 #include "simboard/attach.h"
 #include "simboard/clock.h"
 #include "simboard/descriptor.h"
+#include "simboard/fault.h"
 #include "simboard/i2c_dev.h"
 #include "simboard/judge.h"
 #include "simboard/open_devices.h"
@@ -74,6 +75,14 @@ int open_bus(const Attachment &board, unsigned bus, int flags)
     if (bus >= kBuses || board.state->buses[bus].described == 0) {
         errno = ENOENT;
         return -1;
+    }
+    Bus &described = board.state->buses[bus];
+    if (has_faults(*board.state, described, kInCalls)) {
+        const int error = strike_call(*board.state, described, kCallOpen, 0);
+        if (error != 0) {
+            errno = error;
+            return -1;
+        }
     }
     char name[16];
     snprintf(name, sizeof(name), "i2c-%u", bus);

@@ -182,8 +182,8 @@ int smbus_transaction(State &state, Bus &bus, const Descriptor &descriptor, bool
         add_pec(made, transfer);
     }
     status = run_transfer(state, bus, transfer);
-    if (status < 0) {
-        return status;
+    if (status != static_cast<int>(made.count)) {
+        return status < 0 ? status : -EIO;
     }
     if ((made.messages[made.count - 1].flags & I2C_M_RD) != 0) {
         take_result(made, size, data);

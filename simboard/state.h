@@ -2,9 +2,9 @@
 // the board.
 //
 // The layout holds no pointers, so each process may map it anywhere. A bus's mutable parts (its
-// BusState, the ChipState and memory of its chips, its column of every process's counters) are
-// written by the holder of the bus's mutex alone, and only after `preserve` has put the old bytes
-// into the bus's journal.
+// BusState, the ChipState and memory of its chips, its fault plan, its column of every process's
+// counters) are written by the holder of the bus's mutex alone, and only after `preserve` has put
+// the old bytes into the bus's journal.
 #ifndef SIMBOARD_STATE_H
 #define SIMBOARD_STATE_H
 
@@ -18,7 +18,7 @@ namespace simboard
 {
 
 constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
-constexpr uint32_t kStateVersion = 3;
+constexpr uint32_t kStateVersion = 4;
 
 constexpr uint32_t kBuses = 16;
 constexpr uint32_t kChips = 1024;
@@ -39,6 +39,11 @@ constexpr uint32_t kJournalLines = 3072;
 
 constexpr size_t kTraceSlotSize = 256;
 constexpr uint32_t kTraceSlots = 4096; // per bus
+
+constexpr uint32_t kFaultSteps = 64; // per bus: a bit each in a transfer's mask
+constexpr uint16_t kNoChip = 0xffff;
+constexpr uint8_t kAnyAddress = 0xff;
+constexpr uint32_t kForever = 0;
 
 // Semaphore keys of the programs under test, and the keys of a board that stand for them: base +
 // index.
@@ -82,6 +87,7 @@ struct alignas(kLineSize) ChipState {
     uint8_t mode;     // EPLDs: of the configuration port
     uint8_t flash_command;
     uint8_t flash_status;
+    uint8_t unplugged; // not on the board: a fault
 };
 static_assert(sizeof(ChipState) == kLineSize);
 
@@ -133,6 +139,52 @@ struct ProcessRecord {
         start_ticks; // start time of the process in clock ticks since boot: tells reused pids apart
     char name[16];
     Counters by_bus[kBuses];
+};
+
+enum class FaultKind : uint8_t {
+    none,
+    address_nack,
+    data_nack,
+    arbitration_lost,
+    bus_stuck,
+    bus_error,
+    short_transfer,
+    wrong_count,
+    wrong_pec,
+    unplugged,
+    stuck_switch,
+    not_ready,
+    call_fails,
+};
+
+enum class FaultDirection : uint8_t { both, read, write };
+
+// One step of a fault plan. It belongs to one bus, and is changed like the bus's other parts.
+struct alignas(kLineSize) FaultStep {
+    char label[32];        // given to it, or empty
+    uint64_t seed;         // of the draws when the probability is not 1
+    uint64_t after;        // matches let by before it may strike
+    uint64_t times;        // strikes at most, or kForever
+    uint64_t threshold;    // strikes when a draw of 32 bits is below it
+    uint64_t matched;      // transfers or calls it was meant for
+    uint64_t fired;        // strikes
+    uint32_t call;         // call_fails: ioctl number, or kCallOpen
+    int32_t error;         // bus_error, call_fails: errno
+    uint16_t number;       // 1 for the first step of the board
+    uint16_t chip;         // its index, kNoChip when any chip of the address is meant
+    uint16_t reg;          // register or memory address first written
+    uint16_t value;        // the kind's own: byte, count or messages
+    uint8_t address;       // 7-bit address, or kAnyAddress
+    uint8_t register_size; // bytes of `reg`, 0 when any is meant
+    FaultKind kind;
+    FaultDirection direction;
+};
+static_assert(sizeof(FaultStep) == kLineSize);
+
+struct FaultPlan {
+    alignas(kLineSize) std::atomic<uint32_t> classes; // bits of the kinds that are there (fault.h)
+    uint32_t count;
+    FaultStep steps[kFaultSteps]; // in the order of the plan
 };
 
 struct JournalLine {
@@ -207,6 +259,7 @@ struct State {
     Bus buses[kBuses];
     Chip chips[kChips];
     ProcessRecord processes[kProcesses];
+    FaultPlan faults[kBuses];
     Journal journals[kBuses];
     alignas(kLineSize) TraceSlot traces[kBuses][kTraceSlots];
     // Followed by the chips' memory and scratch areas, each starting on a line.

@@ -18,6 +18,17 @@ namespace simboard::testing
 namespace
 {
 
+void require_none(const std::string &path, const std::vector<DescriptionError> &errors)
+{
+    std::string report;
+    for (const DescriptionError &error : errors) {
+        report += to_string(path, error) + "\n";
+    }
+    if (!report.empty()) {
+        throw std::runtime_error(report);
+    }
+}
+
 std::string read_description(const std::string &given, BoardDescription &description)
 {
     const bool is_text = !given.empty() && given[0] == '{';
@@ -31,13 +42,7 @@ std::string read_description(const std::string &given, BoardDescription &descrip
     }
     std::vector<DescriptionError> errors;
     description = parse_board_description(text, errors);
-    std::string report;
-    for (const DescriptionError &error : errors) {
-        report += to_string(path, error) + "\n";
-    }
-    if (!report.empty()) {
-        throw std::runtime_error(report);
-    }
+    require_none(path, errors);
     return text;
 }
 
@@ -151,8 +156,27 @@ void Board::set_pin(const std::string &device, uint32_t pin, bool level)
     write_pin(view_, find_chip(view_, device), pin, level);
 }
 
+void Board::inject(const std::string &plan, std::optional<uint64_t> seed)
+{
+    std::vector<DescriptionError> errors;
+    const std::vector<PlannedFault> faults = parse_fault_plan(plan, description_, seed, errors);
+    require_none("plan", errors);
+    add_faults(view_, faults);
+}
+
+std::vector<FaultRecord> Board::faults()
+{
+    return read_faults(view_);
+}
+
+std::string Board::unfired()
+{
+    return describe_unfired(faults(), "");
+}
+
 void Board::reset()
 {
+    clear_faults(view_);
     reset_board(view_);
     clear_memory(directory_, description_);
 }

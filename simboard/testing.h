@@ -18,10 +18,12 @@
 #define SIMBOARD_TESTING_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "simboard/description.h"
+#include "simboard/fault_view.h"
 #include "simboard/view.h"
 
 namespace simboard::testing
@@ -57,8 +59,14 @@ public:
     // The level that stands at an expander's pin from outside.
     void set_pin(const std::string &device, uint32_t pin, bool level);
 
+    // Adds the steps of a fault plan, given as its JSON text; the same seed brings the same faults.
+    void inject(const std::string &plan, std::optional<uint64_t> seed = std::nullopt);
+    std::vector<FaultRecord> faults();
+    // The steps that never struck, one line each; empty when every one did.
+    std::string unfired();
+
     // The board as it was described: chips after power-on, EEPROMs 0xff, channels closed, counters
-    // 0, trace empty, the access-owner table 0. Descriptors stay valid.
+    // 0, trace empty, no faults, the access-owner table 0. Descriptors stay valid.
     void reset();
 
     Counters totals();             // of all processes on all buses

@@ -44,6 +44,7 @@ struct RecordHead {
     int16_t smbus_size; // the SMBus transaction it was made for, -1 for I2C_RDWR
     uint16_t findings;
     uint16_t message_count;
+    uint16_t fault; // number of the fault step that struck, 0 for none
     uint16_t path_count;
     OpenSwitch path[kMaxPath];
     char process[16]; // its name, since processes come and go

@@ -61,6 +61,7 @@ TransferRecord read_record(RecordBytes bytes, uint32_t bus)
     record.result = head.result;
     record.smbus_size = head.smbus_size;
     record.findings = head.findings;
+    record.fault = head.fault;
     record.path.assign(head.path, head.path + head.path_count);
     for (uint16_t i = 0; i < head.message_count; i++) {
         record.messages.push_back(read_message(bytes));

@@ -2,6 +2,7 @@
 #include "simboard/transfer.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <pthread.h>
 #include <string.h>
 #include <time.h>
@@ -9,6 +10,7 @@
 #include "simboard/bus_lock.h"
 #include "simboard/chip.h"
 #include "simboard/clock.h"
+#include "simboard/fault.h"
 #include "simboard/judge.h"
 #include "simboard/pec.h"
 #include "simboard/process.h"
@@ -31,6 +33,8 @@ struct Wires {
     const uint64_t start_ns;
     uint64_t bits = 0; // that went over since start
     uint16_t findings = 0;
+    const FaultStep *fault = nullptr; // that struck this transfer
+    uint64_t asked = 0;               // fault steps that it has matched
     uint32_t selected_count = 0;
     uint32_t touched_count = 0;
     uint16_t selected[kChipsPerBus]; // chips that acknowledged the address
@@ -64,6 +68,19 @@ void touch(Wires &wires, uint16_t index)
     }
 }
 
+bool has_struck(const Wires &wires, FaultKind kind)
+{
+    return wires.fault != nullptr && wires.fault->kind == kind;
+}
+
+// Whether a fault keeps the chip from knowing its address.
+bool is_deaf(const Wires &wires, uint16_t index)
+{
+    return wires.state.chips[index].state.unplugged != 0 ||
+           (has_struck(wires, FaultKind::address_nack) &&
+            (wires.fault->chip == kNoChip || wires.fault->chip == index));
+}
+
 // START, or a repeated one, and the address byte. Every chip of that address that the open channels
 // connect hears it; more than one acknowledgement is a conflict. Returns whether anyone
 // acknowledged.
@@ -80,7 +97,7 @@ bool address_chips(Wires &wires, uint8_t address, bool read)
             continue;
         }
         const uint16_t index = static_cast<uint16_t>(wires.bus.first_chip + i);
-        if (!is_reachable(wires.state, wires.state.chips[index])) {
+        if (!is_reachable(wires.state, wires.state.chips[index]) || is_deaf(wires, index)) {
             continue;
         }
         touch(wires, index);
@@ -118,12 +135,28 @@ uint8_t read_byte(Wires &wires)
     return static_cast<uint8_t>(byte);
 }
 
+// The switch forgets what it was written. Where that was to close a path, nobody is to blame for
+// what stays open.
+void hold_switch(Wires &wires, Chip &chip)
+{
+    const bool is_meant = &chip == &wires.state.chips[wires.fault->chip];
+    if (is_meant && chip.state.has_pending != 0) {
+        chip.state.has_pending = 0;
+        if (chip.state.pending != chip.state.control) {
+            chip.state.opener = {};
+        }
+    }
+}
+
 void stop(Wires &wires)
 {
     wires.bits++;
     for (uint32_t i = 0; i < wires.touched_count; i++) {
         Chip &chip = wires.state.chips[wires.touched[i]];
         const uint8_t before = chip.state.control;
+        if (has_struck(wires, FaultKind::stuck_switch)) {
+            hold_switch(wires, chip);
+        }
         send_event(wires, wires.touched[i], BusEvent::stop, 0);
         chip.state.touched = 0;
         if (chip.state.control != before) {
@@ -160,9 +193,11 @@ int address_message(Wires &wires, const i2c_msg &message, MessageResult &result)
 
 int write_message(Wires &wires, const i2c_msg &message, MessageResult &result)
 {
+    const bool cut = has_struck(wires, FaultKind::data_nack);
     while (result.done < message.len) {
-        const bool acknowledged = write_byte(wires, message.buf[result.done]);
-        if (!acknowledged) {
+        // A chip that does not acknowledge a byte has not taken it.
+        const bool refused = cut && result.done + 1U == wires.fault->value;
+        if (refused || !write_byte(wires, message.buf[result.done])) {
             wires.counters.data_nacks++;
             result.first_nack = result.done < result.first_nack ? result.done : result.first_nack;
             if ((message.flags & I2C_M_IGNORE_NAK) == 0) {
@@ -178,7 +213,10 @@ int write_message(Wires &wires, const i2c_msg &message, MessageResult &result)
 int read_message(Wires &wires, i2c_msg &message, MessageResult &result)
 {
     while (result.done < message.len) {
-        const uint8_t byte = read_byte(wires);
+        uint8_t byte = read_byte(wires);
+        if (result.done == 0 && has_struck(wires, FaultKind::wrong_count)) {
+            byte = static_cast<uint8_t>(wires.fault->value);
+        }
         message.buf[result.done++] = byte;
         if (result.done == 1 && (message.flags & I2C_M_RECV_LEN) != 0) {
             if (byte == 0 || byte > kBlockMax) {
@@ -191,6 +229,34 @@ int read_message(Wires &wires, i2c_msg &message, MessageResult &result)
     return 0;
 }
 
+constexpr int kGoesOn = INT_MIN;
+
+// The transfer's result when a fault strikes before a message is addressed, or kGoesOn.
+int result_of_fault(const FaultStep &fault, uint32_t index)
+{
+    switch (fault.kind) {
+    case FaultKind::arbitration_lost:
+        return -EAGAIN;
+    case FaultKind::bus_stuck:
+        return -ETIMEDOUT;
+    case FaultKind::bus_error:
+        return -fault.error;
+    case FaultKind::short_transfer:
+        return static_cast<int>(index);
+    default:
+        return kGoesOn;
+    }
+}
+
+bool find_fault(Wires &wires, const Transfer &transfer, uint32_t index, uint32_t where)
+{
+    if (!has_faults(wires.state, wires.bus, where) || wires.fault != nullptr) {
+        return false;
+    }
+    wires.fault = strike_message(wires.state, wires.bus, transfer, index, where, wires.asked);
+    return wires.fault != nullptr;
+}
+
 int run_messages(Wires &wires, Transfer &transfer, MessageResult *results)
 {
     for (uint32_t i = 0; i < transfer.count; i++) {
@@ -200,9 +266,16 @@ int run_messages(Wires &wires, Transfer &transfer, MessageResult *results)
             if (i > 0 && (transfer.messages[i - 1].flags & I2C_M_STOP) != 0) {
                 stop(wires);
             }
+            if (find_fault(wires, transfer, i, kBeforeAddress)) {
+                const int result = result_of_fault(*wires.fault, i);
+                if (result != kGoesOn) {
+                    return result;
+                }
+            }
             status = address_message(wires, message, results[i]);
         }
         if (status == 0) {
+            find_fault(wires, transfer, i, kInMessage);
             status = (message.flags & I2C_M_RD) != 0 ? read_message(wires, message, results[i])
                                                      : write_message(wires, message, results[i]);
         }
@@ -216,11 +289,16 @@ int run_messages(Wires &wires, Transfer &transfer, MessageResult *results)
     return static_cast<int>(transfer.count);
 }
 
-bool pec_is_right(const Transfer &transfer)
+// Whether the PEC that has come in is right; a fault may have garbled it on its way.
+bool pec_is_right(Wires &wires, const Transfer &transfer)
 {
     const i2c_msg &last = transfer.messages[transfer.count - 1];
     const size_t data = last.len - 1U;
-    return pec_of_message(transfer.pec, last, data) == last.buf[data];
+    const uint8_t pec = pec_of_message(transfer.pec, last, data);
+    if (find_fault(wires, transfer, transfer.count - 1, kAfterMessages)) {
+        last.buf[data] = static_cast<uint8_t>(~pec);
+    }
+    return pec == last.buf[data];
 }
 
 // The bus stays taken for as long as the bits take. Sleeping overshoots by some tens of
@@ -251,18 +329,13 @@ void count_result(Wires &wires, int result)
     wires.counters.two_channels += (wires.findings & kFindingTwoChannels) != 0 ? 1U : 0U;
 }
 
-} // namespace
-
-int run_transfer(State &state, Bus &bus, Transfer &transfer)
+// Tries the transfer once; its record is final, and seen, when the bus is let go.
+int try_transfer(State &state, Bus &bus, Transfer &transfer, const Self &self)
 {
-    const Self self = current_task(state);
     MessageResult results[kMaxMessages];
     for (uint32_t i = 0; i < transfer.count; i++) {
         results[i] = {0, kAllAcknowledged, Outcome::not_reached, false};
     }
-
-    BusHold hold;
-    lock_bus(state, bus, hold);
     preserve(state, bus, &bus.state, sizeof(bus.state));
     RecordHead head = {};
     record_path(state, bus, head);
@@ -270,11 +343,17 @@ int run_transfer(State &state, Bus &bus, Transfer &transfer)
     wires.findings = judge_start(state, bus, self.task, wires.counters);
     int result = run_messages(wires, transfer, results);
     stop(wires);
-    if (result >= 0 && transfer.check_pec && !pec_is_right(transfer)) {
+    const bool whole = result == static_cast<int>(transfer.count);
+    if (whole && transfer.check_pec && !pec_is_right(wires, transfer)) {
         result = -EBADMSG;
+    }
+    if (wires.fault != nullptr) {
+        wires.findings |= kFindingFault;
+        head.fault = wires.fault->number;
     }
     count_result(wires, result);
 
+    const bool stuck = has_struck(wires, FaultKind::bus_stuck);
     head.start_ns = wires.start_ns;
     head.task = self.task;
     strncpy(head.process, program_invocation_short_name, sizeof(head.process) - 1);
@@ -282,13 +361,36 @@ int run_transfer(State &state, Bus &bus, Transfer &transfer)
     head.smbus_size = transfer.smbus_size;
     head.findings = wires.findings;
     head.message_count = static_cast<uint16_t>(transfer.count);
-    head.end_ns = wire_ns(wires);
-    if (bus.bit_ns == 0) {
-        head.end_ns = now_ns();
-    } else {
-        wait_until(head.end_ns);
+    head.end_ns = bus.bit_ns == 0 ? now_ns() : wire_ns(wires);
+    if (stuck) {
+        head.end_ns += uint64_t{bus.timeout_ms} * 1'000'000;
     }
     append_record(state, bus, head, transfer.messages, results);
+    if (stuck) { // has happened, also when the process is killed before the adapter gives up
+        commit_bus(state, bus);
+    }
+    if (stuck || bus.bit_ns != 0) {
+        wait_until(head.end_ns);
+    }
+    return result;
+}
+
+} // namespace
+
+int run_transfer(State &state, Bus &bus, Transfer &transfer)
+{
+    const Self self = current_task(state);
+    BusHold hold;
+    lock_bus(state, bus, hold);
+    int result = try_transfer(state, bus, transfer, self);
+    if (result == -EAGAIN) {
+        // The kernel itself tries again (drivers/i2c/i2c-core-base.c), as often as it was told to.
+        const uint64_t give_up = now_ns() + uint64_t{bus.timeout_ms} * 1'000'000;
+        for (uint32_t i = bus.retries; i > 0 && result == -EAGAIN && now_ns() <= give_up; i--) {
+            commit_bus(state, bus);
+            result = try_transfer(state, bus, transfer, self);
+        }
+    }
     unlock_bus(state, bus, hold);
     return result;
 }

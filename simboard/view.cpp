@@ -9,6 +9,7 @@
 #include "simboard/build_state.h"
 #include "simboard/bus_guard.h"
 #include "simboard/chip.h"
+#include "simboard/fault_view.h"
 
 namespace simboard
 {
@@ -169,6 +170,7 @@ void reset_board(const BoardView &view)
         bus.state = {};
         bus.state.resets = resets;
     }
+    rearm_faults(view);
 }
 
 } // namespace simboard

@@ -35,6 +35,7 @@ struct TransferRecord {
     int32_t result = 0;      // number of messages, or a negative errno
     int32_t smbus_size = -1; // the SMBus transaction it was made for, -1 for I2C_RDWR
     uint16_t findings = 0;   // kFinding...
+    uint16_t fault = 0;      // number of the fault step that struck, 0 for none
     std::vector<OpenSwitch>
         path; // reachable switches with open channels when it began, upstream first
     std::vector<MessageRecord> messages;
@@ -83,7 +84,7 @@ std::string describe_wrongs(const Counters &counters, const std::string &prefix)
 // them a few at a time).
 std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus);
 
-// All chips, counters and the trace as at creation.
+// All chips, counters and the trace as at creation; a fault plan stays and starts anew.
 void reset_board(const BoardView &view);
 
 } // namespace simboard
