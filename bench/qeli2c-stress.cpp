@@ -14,6 +14,7 @@
 #include <initializer_list>
 #include <iostream>
 #include <new>
+#include <random>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -89,22 +90,56 @@ Shared *map_shared(uint32_t workers)
     _exit(0);
 }
 
+pid_t start_child(const Plan &plan, Shared &shared, uint32_t process)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        run_child(plan, shared, process);
+    if (child < 0) {
+        shared.stop = true;
+        std::cerr << "qeli2c-stress: cannot start process " << process << ": "
+                  << std::strerror(errno) << "\n";
+    }
+    return child;
+}
+
 std::vector<pid_t> start_children(const Plan &plan, Shared &shared)
 {
     std::vector<pid_t> children;
     for (uint32_t process = 0; process < plan.processes; process++) {
-        const pid_t child = fork();
-        if (child == 0)
-            run_child(plan, shared, process);
-        if (child < 0) {
-            shared.stop = true;
-            std::cerr << "qeli2c-stress: cannot start process " << process << ": "
-                      << std::strerror(errno) << "\n";
+        const pid_t child = start_child(plan, shared, process);
+        if (child < 0)
             break;
-        }
         children.push_back(child);
     }
     return children;
+}
+
+// Kills one process after the other, wherever it is, and puts another in its place. Ends early when
+// one dies by itself.
+void kill_and_replace(const Plan &plan, Shared &shared, std::vector<pid_t> &children,
+                      bench::Outcome &outcome)
+{
+    std::mt19937 random(plan.seed);
+    std::uniform_int_distribution<size_t> choose(0, children.size() - 1);
+    std::exponential_distribution<double> pause(plan.kills / plan.seconds);
+    double due = 0; // a kill that comes late does not put off the others
+    const auto start = std::chrono::steady_clock::now();
+    while (outcome.kills < plan.kills && !shared.stop) {
+        due += pause(random);
+        std::this_thread::sleep_until(start + std::chrono::duration<double>(due));
+        const size_t process = choose(random);
+        int status = 0;
+        kill(children[process], SIGKILL);
+        if (waitpid(children[process], &status, 0) != children[process] || !WIFSIGNALED(status) ||
+            WTERMSIG(status) != SIGKILL) {
+            outcome.dead.push_back(static_cast<uint32_t>(process));
+            break;
+        }
+        outcome.kills++;
+        children[process] = start_child(plan, shared, static_cast<uint32_t>(process));
+    }
+    shared.stop = true;
 }
 
 // Whether children still run. Those that did not end well are noted, and the others stopped then.
@@ -126,12 +161,14 @@ bool still_running(const std::vector<pid_t> &children, Shared &shared, bench::Ou
 bench::Outcome run(const Plan &plan, Shared &shared)
 {
     bench::Outcome outcome;
-    const std::vector<pid_t> children = start_children(plan, shared);
+    std::vector<pid_t> children = start_children(plan, shared);
     while (shared.ready < plan.processes * plan.threads && still_running(children, shared, outcome))
         std::this_thread::sleep_for(kPoll);
     const int64_t start = bench::monotonic_nanoseconds();
-    shared.deadline = start + static_cast<int64_t>(plan.seconds * 1e9);
+    shared.deadline = plan.kills > 0 ? INT64_MAX : start + static_cast<int64_t>(plan.seconds * 1e9);
     shared.go = true;
+    if (plan.kills > 0 && children.size() == plan.processes)
+        kill_and_replace(plan, shared, children, outcome);
     while (still_running(children, shared, outcome))
         std::this_thread::sleep_for(kPoll);
     outcome.seconds = static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e9;
@@ -146,6 +183,8 @@ void complete_plan(Arguments &arguments)
     Plan &plan = arguments.plan;
     if ((plan.transfers == 0) == (plan.seconds <= 0))
         throw tool::usage_error("give either --transfers or --seconds");
+    if (plan.kills > 0 && plan.seconds <= 0)
+        throw tool::usage_error("--kills are spread over --seconds");
     const tool::Board board = tool::load_board(arguments.board_file);
     for (const std::string &text : arguments.devices) {
         plan.devices.push_back(resolve(board, text));
@@ -170,6 +209,9 @@ void add_options(CLI::App &app, Arguments &arguments)
     app.add_option("--transfers", arguments.plan.transfers, "End after so many transfers in all");
     app.add_option("--seconds", arguments.plan.seconds, "End after so long")
         ->check(CLI::Range(0.001, 1e6));
+    app.add_option("--kills", arguments.plan.kills,
+                   "Kill so many processes within the seconds, and replace each at once");
+    app.add_option("--seed", arguments.plan.seed, "Of the kills; 1 when absent");
     app.add_option("--device", arguments.devices, "Devices, by path or name")
         ->required()
         ->delimiter(',');

@@ -19,6 +19,8 @@ struct Plan {
     uint32_t threads = 1;   // of each process
     uint64_t transfers = 0; // in all; 0: by time
     double seconds = 0;
+    uint32_t kills = 0; // processes killed at random, spread over the seconds, and replaced at once
+    uint32_t seed = 1;  // of who is killed and when
     std::vector<tool::Target> devices; // dealt out to the workers in turn
 };
 
@@ -30,6 +32,7 @@ struct Worker {
     std::atomic<int32_t> first_result{0}; // of the first transfer that failed
     std::atomic<int32_t> first_errno{0};
     std::atomic<uint32_t> first_wrong{0}; // register << 16 | expected << 8 | read
+    std::atomic<uint64_t> sequence{0};    // of the pattern being written; outlives its writer
     Histogram waits{};                    // how long the calls took
 };
 
@@ -46,6 +49,7 @@ struct Shared {
 struct Outcome {
     double seconds = 0;
     std::vector<uint32_t> dead; // processes that did not end by themselves
+    uint32_t kills = 0;
     bool interrupted = false;
 };
 
@@ -62,7 +66,9 @@ inline constexpr uint32_t kSmallestWindow = 4;
 // Nothing when there are too many workers for the devices.
 std::optional<Window> window_of(const Plan &plan, uint32_t worker);
 
-// Writes patterns into its window and reads them back until there is nothing more to draw.
+// Writes patterns into its window and reads them back until there is nothing more to draw. Takes up
+// where a worker that was killed has left off: that one's last pattern is there whole or not at
+// all.
 void work(const Plan &plan, Shared &shared, uint32_t worker);
 
 // Prints the report; returns whether the run was clean. `most_deviation` is in percent of the mean

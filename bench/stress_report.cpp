@@ -78,6 +78,8 @@ void print_text(const Totals &totals, const Outcome &outcome)
                 static_cast<double>(totals.transfers) / std::max(outcome.seconds, 1e-9));
     std::printf("errors       %llu\n", static_cast<unsigned long long>(totals.errors));
     std::printf("wrong bytes  %llu\n", static_cast<unsigned long long>(totals.wrong_bytes));
+    if (outcome.kills > 0)
+        std::printf("kills        %u, each process replaced at once\n", outcome.kills);
     std::printf("waits        median %s, 99th percentile %s, longest %s\n",
                 duration(quantile(*totals.waits, 0.5)).c_str(),
                 duration(quantile(*totals.waits, 0.99)).c_str(),
@@ -97,6 +99,7 @@ void print_json(const Totals &totals, const Outcome &outcome)
     json["transfers"] = static_cast<Json::UInt64>(totals.transfers);
     json["errors"] = static_cast<Json::UInt64>(totals.errors);
     json["wrong_bytes"] = static_cast<Json::UInt64>(totals.wrong_bytes);
+    json["kills"] = outcome.kills;
     json["seconds"] = outcome.seconds;
     json["interrupted"] = outcome.interrupted;
     json["waits_ns"]["median"] = static_cast<Json::UInt64>(quantile(*totals.waits, 0.5));

@@ -59,20 +59,31 @@ bool timed_transfer(const Job &job, i2c_msg *messages, uint32_t count, Worker &r
     return false;
 }
 
+Pattern make_pattern(const Job &job, uint64_t sequence)
+{
+    Pattern pattern{job.window.first};
+    for (uint32_t i = 0; i < job.window.size; i++)
+        pattern[1 + i] = pattern_byte(job.number, sequence, i);
+    return pattern;
+}
+
 bool write_pattern(const Job &job, Pattern &pattern, Worker &result)
 {
     i2c_msg message{job.client.addr, 0, static_cast<uint16_t>(1 + job.window.size), pattern.data()};
     return timed_transfer(job, &message, 1, result);
 }
 
-void read_and_compare(const Job &job, const Pattern &pattern, Worker &result)
+bool read_window(const Job &job, std::array<uint8_t, kLargestWindow> &values, Worker &result)
 {
     uint8_t first = job.window.first;
-    std::array<uint8_t, kLargestWindow> values{};
     i2c_msg messages[2] = {{job.client.addr, 0, 1, &first},
                            {job.client.addr, I2C_M_RD, job.window.size, values.data()}};
-    if (!timed_transfer(job, messages, 2, result))
-        return;
+    return timed_transfer(job, messages, 2, result);
+}
+
+void compare(const Job &job, const Pattern &pattern,
+             const std::array<uint8_t, kLargestWindow> &values, Worker &result)
+{
     for (uint32_t i = 0; i < job.window.size; i++) {
         if (values[i] == pattern[1 + i])
             continue;
@@ -80,6 +91,22 @@ void read_and_compare(const Job &job, const Pattern &pattern, Worker &result)
             result.first_wrong = (job.window.first + i) << 16 |
                                  static_cast<uint32_t>(pattern[1 + i]) << 8 | values[i];
     }
+}
+
+// What a killed worker was writing is there, or what it had written before. Returns which.
+uint64_t check_inheritance(const Job &job, Worker &result)
+{
+    const uint64_t sequence = result.sequence;
+    std::array<uint8_t, kLargestWindow> values{};
+    if (sequence < 2)
+        return 0;
+    if (!read_window(job, values, result))
+        return sequence;
+    const Pattern last = make_pattern(job, sequence);
+    if (std::equal(values.begin(), values.begin() + job.window.size, last.begin() + 1))
+        return sequence;
+    compare(job, make_pattern(job, sequence - 1), values, result);
+    return sequence - 1;
 }
 
 } // namespace
@@ -107,12 +134,14 @@ void work(const Plan &plan, Shared &shared, uint32_t worker)
     Worker &result = shared.workers[worker];
     const Job job{to_client(plan.devices[worker % plan.devices.size()].path),
                   *window_of(plan, worker), worker};
-    for (uint64_t sequence = 1; draw(plan, shared); sequence++) {
-        Pattern pattern{job.window.first};
-        for (uint32_t i = 0; i < job.window.size; i++)
-            pattern[1 + i] = pattern_byte(worker, sequence, i);
-        if (write_pattern(job, pattern, result) && draw(plan, shared))
-            read_and_compare(job, pattern, result);
+    uint64_t sequence = check_inheritance(job, result);
+    while (draw(plan, shared)) {
+        result.sequence = ++sequence;
+        Pattern pattern = make_pattern(job, sequence);
+        std::array<uint8_t, kLargestWindow> values{};
+        if (write_pattern(job, pattern, result) && draw(plan, shared) &&
+            read_window(job, values, result))
+            compare(job, pattern, values, result);
     }
 }
 
