@@ -19,7 +19,9 @@
 #include <functional>
 #include <stdexcept>
 
+#include "simboard/attach.h"
 #include "simboard/build_state.h"
+#include "simboard/trace.h"
 
 namespace simboard
 {
@@ -346,6 +348,12 @@ void clear_memory(const std::string &directory, const BoardDescription &descript
 
 void delete_board(const std::string &directory)
 {
+    const char *reason = nullptr;
+    if (State *const state = map_board(directory.c_str(), reason); state != nullptr) {
+        state->deleted.store(1);
+        call_followers(*state);
+        unmap_board(state);
+    }
     Header header = {};
     const int fd = open((directory + "/state").c_str(), O_RDONLY | O_CLOEXEC);
     if (fd >= 0) {

@@ -254,7 +254,7 @@ struct Header {
 struct State {
     Header header;
     pthread_mutex_t process_mutex;   // robust: guards the claiming of process records
-    std::atomic<uint32_t> followers; // a futex: 1 while somebody sleeps until the next transfer
+    std::atomic<uint32_t> followers; // a futex: who sleeps until the next transfer (trace.h)
     std::atomic<uint32_t> deleted;   // 1 when nobody can come to the board any more
     Bus buses[kBuses];
     Chip chips[kChips];

@@ -15,6 +15,8 @@ namespace simboard
 namespace
 {
 
+constexpr uint32_t kSomebodyWaits = 1; // lowest bit of State::followers; above it calls are counted
+
 // Lays bytes into consecutive slots, from the bus's next slot on.
 struct SlotWriter {
     TraceSlot *ring;
@@ -90,24 +92,25 @@ void append_record(State &state, Bus &bus, RecordHead &head, const i2c_msg *mess
     }
     slot(writer, 0).slots = writer.slots;
     bus.state.trace_slots += writer.slots;
-    if (state.followers.load(std::memory_order_relaxed) != 0) {
+    // Within the hold, so that a kill cannot come between the record and the call.
+    if ((state.followers.load(std::memory_order_relaxed) & kSomebodyWaits) != 0) {
         call_followers(state);
     }
 }
 
-void expect_record(State &state)
+uint32_t expect_record(State &state)
 {
-    state.followers.store(1);
+    return state.followers.fetch_or(kSomebodyWaits) | kSomebodyWaits;
 }
 
-void await_record(State &state)
+void await_record(State &state, uint32_t expected)
 {
-    syscall(SYS_futex, &state.followers, FUTEX_WAIT, 1, nullptr, nullptr, 0);
+    syscall(SYS_futex, &state.followers, FUTEX_WAIT, expected, nullptr, nullptr, 0);
 }
 
 void call_followers(State &state)
 {
-    state.followers.store(0);
+    state.followers.fetch_add(1); // carries the bit away
     syscall(SYS_futex, &state.followers, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 

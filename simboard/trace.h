@@ -75,11 +75,10 @@ void append_record(State &state, Bus &bus, RecordHead &head, const i2c_msg *mess
                    const MessageResult *results);
 
 // Sleeping until there is something new in the trace: `expect_record`, look, and when there was
-// nothing `await_record`, which returns at the next record on any bus, or at `call_followers`, and
-// at any time for no reason. A writer calls them within the hold, so that a kill cannot come
-// between.
-void expect_record(State &state);
-void await_record(State &state);
+// nothing `await_record` with its result. It returns when a record came to any bus or
+// `call_followers` was called since, and now and then for no reason.
+uint32_t expect_record(State &state);
+void await_record(State &state, uint32_t expected);
 void call_followers(State &state); // may be used in a signal handler
 
 } // namespace simboard

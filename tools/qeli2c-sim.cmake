@@ -7,6 +7,7 @@ endif()
 add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/check.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/chosen_board.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/color.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/environment.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/image.cpp
@@ -20,6 +21,12 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/status.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/subject.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace_json.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace_session.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace_style.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace_text.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/trace_vcd.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/verify.cpp)
 set_target_properties(qeli2c_sim PROPERTIES OUTPUT_NAME qeli2c-sim)
 target_compile_definitions(qeli2c_sim PRIVATE

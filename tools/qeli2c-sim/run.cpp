@@ -1,5 +1,6 @@
 // qeli2c-sim run: a board for one command, gone when the command is.
 #include "environment.h"
+#include "trace_session.h"
 
 #include <cerrno>
 #include <csignal>
@@ -123,14 +124,56 @@ int wait_for(pid_t child, const sigset_t &watched)
     }
 }
 
-int run_command(const BoardChoice &choice, const std::vector<std::string> &command)
+struct RunArguments {
+    BoardChoice board;
+    TraceChoice trace;
+};
+
+bool ends_with(const std::string &text, const std::string &end)
+{
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+TraceFormat format_of(const std::string &file)
+{
+    return ends_with(file, ".vcd")                                 ? TraceFormat::vcd
+           : ends_with(file, ".json") || ends_with(file, ".jsonl") ? TraceFormat::json
+                                                                   : TraceFormat::text;
+}
+
+std::unique_ptr<BackgroundTrace> open_trace(const std::string &directory, TraceChoice choice)
+{
+    if (choice.file.empty()) {
+        return nullptr;
+    }
+    choice.format = format_of(choice.file);
+    return std::make_unique<BackgroundTrace>(directory, choice);
+}
+
+// The command's status; a failure to write the trace counts when the command itself did not fail.
+int end_trace(BackgroundTrace *trace, int status)
+{
+    try {
+        if (trace != nullptr) {
+            trace->finish();
+        }
+    } catch (const std::runtime_error &error) {
+        std::fprintf(stderr, "qeli2c-sim: %s\n", error.what());
+        return status == kDone ? kFailed : status;
+    }
+    return status;
+}
+
+int run_command(const RunArguments &arguments, const std::vector<std::string> &command)
 {
     const sigset_t watched = watched_signals();
     sigset_t former;
     signal(SIGCHLD, SIG_DFL);
     sigprocmask(SIG_BLOCK, &watched, &former);
-    const ThrowawayBoard holder = {make_board(choice, "")};
+    const ThrowawayBoard holder = {make_board(arguments.board, "")};
     const Environment environment = board_environment(holder.board.directory);
+    const auto trace = open_trace(holder.board.directory, arguments.trace);
     if (const int number = pending_signal(); number != 0) {
         return kKilled + number;
     }
@@ -141,7 +184,10 @@ int run_command(const BoardChoice &choice, const std::vector<std::string> &comma
         std::fprintf(stderr, "qeli2c-sim: %s: %s\n", command[0].c_str(), std::strerror(error));
         return error == ENOENT ? kNotFound : kNotExecutable;
     }
-    return wait_for(child, watched);
+    if (trace != nullptr) {
+        trace->start();
+    }
+    return end_trace(trace.get(), wait_for(child, watched));
 }
 
 std::vector<std::string> command_of(const Runner &runner)
@@ -160,13 +206,16 @@ std::vector<std::string> command_of(const Runner &runner)
 
 void add_run(CLI::App &app, Runner &runner)
 {
-    const auto choice = std::make_shared<BoardChoice>();
+    const auto arguments = std::make_shared<RunArguments>();
     CLI::App &run = add_command(
         app, runner, "run", "Run a command on a board of its own that is gone afterwards",
         "COMMAND and its arguments follow, after -- when they start with a dash. The exit\n"
         "status is the command's, or 128 and the number of the signal that killed it.",
-        [choice, &runner] { return run_command(*choice, command_of(runner)); });
-    add_board_choice(run, *choice);
+        [arguments, &runner] { return run_command(*arguments, command_of(runner)); });
+    add_board_choice(run, arguments->board);
+    add_option(run, "--trace", arguments->trace.file, "FILE",
+               "Write every transfer there: as JSON to *.json, as signals to *.vcd, else as text");
+    add_trace_style(run, arguments->trace);
     stop_at_first_argument(run);
 }
 
