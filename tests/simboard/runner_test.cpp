@@ -80,9 +80,9 @@ TEST(Run, LeavesNothingHoweverItEnds)
         {"qeli2c-sim run -- probe semaphore", 0},
         {"qeli2c-sim run -- sh -c 'probe semaphore; exit 3'", 3},
         {"qeli2c-sim run -- sh -c 'probe semaphore; kill -KILL $$'", 137},
-        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -INT $PPID; sleep 60'", 130},
-        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -TERM $PPID; sleep 60'", 143},
-        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -HUP $PPID; sleep 60'", 129},
+        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -INT $PPID; exec sleep 60'", 130},
+        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -TERM $PPID; exec sleep 60'", 143},
+        {"qeli2c-sim run -- sh -c 'probe semaphore; kill -HUP $PPID; exec sleep 60'", 129},
         {"qeli2c-sim run -- sh -c 'trap \"exit 5\" TERM; probe semaphore; kill -TERM $PPID;"
          " while :; do sleep 0.01; done'",
          5},
