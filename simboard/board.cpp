@@ -150,6 +150,7 @@ void make_state(const std::string &directory, const BoardDescription &descriptio
         if (getrandom(&state.header.id, sizeof(state.header.id), 0) < 0) {
             fail("random number");
         }
+        state.header.seed = options.seed;
         error = build_state(state, description, options.has_speed ? &options.bit_ns : nullptr);
     } catch (...) {
         munmap(area, static_cast<size_t>(size));

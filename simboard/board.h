@@ -18,6 +18,7 @@ struct BoardOptions {
     uint32_t bit_ns =
         0; // wire time of a bit on every bus, overriding the description's when `has_speed`
     bool has_speed = false;
+    uint32_t seed = 0; // of fault plans, in the place of their own; 0 leaves them theirs
 };
 
 struct NewBoard {

@@ -90,7 +90,7 @@ const DeviceDescription *read_target(const StepReader &from, PlannedFault &fault
     const bool bus_allowed = from.words.target == FaultTarget::any;
     if (from.has("device")) {
         for (const char *key : {"bus", "address"}) {
-            if (from.has(key)) {
+            if (from.has(key) && from.words.keys.count(key) != 0) {
                 from.complain(key, "does not go with a device, whose place is known");
             }
         }
@@ -259,8 +259,7 @@ PlannedFault read_step(Reader &reader, const Json::Value &value, const std::stri
 } // namespace
 
 std::vector<PlannedFault> parse_fault_plan(const std::string &text, const BoardDescription &board,
-                                           std::optional<uint64_t> seed,
-                                           std::vector<DescriptionError> &errors)
+                                           uint64_t seed, std::vector<DescriptionError> &errors)
 {
     Json::Value root;
     if (!parse_json(text, root, errors)) {
@@ -280,7 +279,7 @@ std::vector<PlannedFault> parse_fault_plan(const std::string &text, const BoardD
         } else if (steps != nullptr) {
             for (Json::ArrayIndex i = 0; i < steps->size(); i++) {
                 plan.push_back(
-                    read_step(reader, (*steps)[i], join("steps", i), seed.value_or(plan_seed)));
+                    read_step(reader, (*steps)[i], join("steps", i), seed != 0 ? seed : plan_seed));
             }
         }
     }
@@ -289,7 +288,8 @@ std::vector<PlannedFault> parse_fault_plan(const std::string &text, const BoardD
 }
 
 PlannedFault make_fault(const std::vector<std::pair<std::string, std::string>> &members,
-                        const BoardDescription &board, std::vector<DescriptionError> &errors)
+                        const BoardDescription &board, uint64_t seed,
+                        std::vector<DescriptionError> &errors)
 {
     Json::Value value(Json::objectValue);
     for (const auto &[key, text] : members) {
@@ -297,7 +297,7 @@ PlannedFault make_fault(const std::vector<std::pair<std::string, std::string>> &
     }
     const std::string no_text;
     Reader reader = {no_text, errors, board};
-    return read_step(reader, value, "", 0);
+    return read_step(reader, value, "", seed);
 }
 
 } // namespace simboard

@@ -3,7 +3,6 @@
 #define SIMBOARD_FAULT_PLAN_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,14 +19,14 @@ struct PlannedFault {
 };
 
 // Reads a fault plan for `board`. Every mistake is added to `errors`; the result is meaningful only
-// when none was. `seed`, when there is one, takes the place of the plan's own.
+// when none was. A `seed` other than 0 takes the place of the plan's own.
 std::vector<PlannedFault> parse_fault_plan(const std::string &text, const BoardDescription &board,
-                                           std::optional<uint64_t> seed,
-                                           std::vector<DescriptionError> &errors);
+                                           uint64_t seed, std::vector<DescriptionError> &errors);
 
 // One step from its keys and values, as the plan's JSON has them.
 PlannedFault make_fault(const std::vector<std::pair<std::string, std::string>> &members,
-                        const BoardDescription &board, std::vector<DescriptionError> &errors);
+                        const BoardDescription &board, uint64_t seed,
+                        std::vector<DescriptionError> &errors);
 
 } // namespace simboard
 

@@ -143,9 +143,9 @@ std::string describe_unfired(const std::vector<FaultRecord> &faults, const std::
         if (fault.step.fired == 0) {
             const std::string label = fault.step.label;
             text += prefix + "fault step " + std::to_string(fault.step.number) +
-                    (label.empty() ? "" : " \"" + label + "\"") + " never struck: " + fault.target +
-                    ", " + fault.text + " (matched " + std::to_string(fault.step.matched) +
-                    " times)\n";
+                    (label.empty() ? "" : " \"" + label + "\"") + " (" + name_of(fault.step.kind) +
+                    ", " + fault.target + ") never struck" +
+                    (fault.step.matched == 0 ? " and matched nothing" : "") + "\n";
         }
     }
     return text;

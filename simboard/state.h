@@ -18,7 +18,7 @@ namespace simboard
 {
 
 constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
-constexpr uint32_t kStateVersion = 4;
+constexpr uint32_t kStateVersion = 5;
 
 constexpr uint32_t kBuses = 16;
 constexpr uint32_t kChips = 1024;
@@ -245,6 +245,7 @@ struct Header {
     uint64_t size;
     uint64_t created_at; // CLOCK_REALTIME seconds
     uint64_t created_ns; // CLOCK_MONOTONIC
+    uint64_t seed;       // takes the place of fault plans' own when not 0
     uint32_t semaphore_base;
     uint32_t chip_count;
     uint16_t id; // tells descriptors of different boards apart within a process

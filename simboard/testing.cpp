@@ -156,7 +156,7 @@ void Board::set_pin(const std::string &device, uint32_t pin, bool level)
     write_pin(view_, find_chip(view_, device), pin, level);
 }
 
-void Board::inject(const std::string &plan, std::optional<uint64_t> seed)
+void Board::inject(const std::string &plan, uint64_t seed)
 {
     std::vector<DescriptionError> errors;
     const std::vector<PlannedFault> faults = parse_fault_plan(plan, description_, seed, errors);

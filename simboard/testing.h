@@ -18,7 +18,6 @@
 #define SIMBOARD_TESTING_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,7 +59,7 @@ public:
     void set_pin(const std::string &device, uint32_t pin, bool level);
 
     // Adds the steps of a fault plan, given as its JSON text; the same seed brings the same faults.
-    void inject(const std::string &plan, std::optional<uint64_t> seed = std::nullopt);
+    void inject(const std::string &plan, uint64_t seed = 0);
     std::vector<FaultRecord> faults();
     // The steps that never struck, one line each; empty when every one did.
     std::string unfired();

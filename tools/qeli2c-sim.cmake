@@ -10,7 +10,9 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/color.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/environment.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/faults.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/image.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/inject.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/json_output.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/main.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/peek.cpp

@@ -125,6 +125,30 @@ TEST(Scan, AsJsonNestsChannelsInTheirSwitch)
             R"("name":"sw","path":"3/0x70","state":"present","type":"pca9548"}]}]})");
 }
 
+TEST(Scan, SaysWhyItEndedAndLeavesTheBusFree)
+{
+    const struct {
+        const char *step;
+        const char *message;
+    } rows[] = {
+        {R"("fault": "bus-stuck", "bus": 3, "address": "0x20", "times": 1)",
+         "0x20: the transfer timed out (ETIMEDOUT)"},
+        {R"("fault": "bus-error", "bus": 3, "address": 8, "errno": "EOPNOTSUPP", "direction": "write")",
+         "the bus adapter cannot do quick writes; --read probes the rest"},
+    };
+    for (const auto &row : rows) {
+        Board board(kSmallBoard);
+        board.inject(std::string(R"({ "steps": [ { )") + row.step + " } ] }");
+        const Ended ended = run("qeli2c scan");
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_EQ(ended.err.find(std::string("qeli2c: scan of 3: ") + row.message), 0U)
+            << ended.err;
+        EXPECT_EQ(board.unfired(), "");
+        EXPECT_EQ(board.wrongs(), "");
+        EXPECT_EQ(run("qeli2c scan --read").status, 0);
+    }
+}
+
 // A quick write could harm what sits at these addresses; a byte read at the others could take one
 // from a FIFO.
 TEST(Scan, ProbesByReadingWhereEepromsSitAndByQuickWriteElsewhere)

@@ -1,5 +1,6 @@
 // Finding the shim and the board file, and making a board from it.
 #include "environment.h"
+#include "faults.h"
 
 #include <cerrno>
 #include <climits>
@@ -72,6 +73,9 @@ void add_board_choice(CLI::App &command, BoardChoice &choice)
     add_option(command, "--speed", choice.speed, "SPEED",
                "Wire time on all buses: instant, 100k or 400k; else as the board file says",
                {"instant", "100k", "400k"});
+    add_option(command, "--plan", choice.plan, "FILE", "Fault plan that the board starts with");
+    add_number(command, "--seed", choice.seed, "N",
+               "Seed of faults, in the place of the plan's own");
 }
 
 Environment board_environment(const std::string &directory)
@@ -102,11 +106,24 @@ simboard::NewBoard make_board(const BoardChoice &choice, const std::string &name
     if (!errors.empty()) {
         throw std::runtime_error("the board file cannot be used; nothing was started");
     }
+    const uint32_t seed = parse_seed(choice.seed);
+    std::vector<simboard::PlannedFault> faults;
+    if (!choice.plan.empty()) {
+        faults = read_fault_plan(choice.plan, description, seed);
+    }
     simboard::BoardOptions options;
     options.name = name;
     options.has_speed =
         !choice.speed.empty() && simboard::parse_speed(choice.speed, options.bit_ns);
-    return simboard::create_board(description, text, options);
+    options.seed = seed;
+    const simboard::NewBoard board = simboard::create_board(description, text, options);
+    try {
+        add_faults_at(board.directory, faults);
+    } catch (...) {
+        simboard::delete_board(board.directory);
+        throw;
+    }
+    return board;
 }
 
 std::string shell_quote(const std::string &text)

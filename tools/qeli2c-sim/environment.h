@@ -16,6 +16,8 @@ namespace runner
 struct BoardChoice {
     std::string file;  // empty: $QELI2C_BOARD, else the reference board
     std::string speed; // empty: as the file says
+    std::string plan;  // file of faults, empty for none
+    std::optional<uint64_t> seed;
 };
 
 // The options that make the choice.
@@ -28,8 +30,8 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 // the shim.
 Environment board_environment(const std::string &directory);
 
-// Reads the chosen description and makes the board. Prints every mistake of a bad file on standard
-// error.
+// Reads the chosen description and fault plan and makes the board. Prints every mistake of a bad
+// file on standard error.
 simboard::NewBoard make_board(const BoardChoice &choice, const std::string &name);
 
 // The text as one word for a shell.

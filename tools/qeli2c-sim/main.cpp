@@ -26,6 +26,7 @@ void add_commands(CLI::App &app, runner::Runner &runner)
     runner::add_verify(app, runner);
     runner::add_report(app, runner);
     runner::add_trace(app, runner);
+    runner::add_inject(app, runner);
 }
 
 int fail(const std::string &message)

@@ -1,5 +1,6 @@
 // qeli2c-sim report: what the board has counted.
 #include "chosen_board.h"
+#include "faults.h"
 #include "json_output.h"
 
 #include <cstdio>
@@ -40,7 +41,14 @@ struct Findings {
     Counters by_bus[simboard::kBuses] = {};
     Counters totals = {};
     uint64_t undone = 0; // transfers of processes killed in the middle of them
+    std::vector<simboard::FaultRecord> faults;
 };
+
+std::string list_wrongs(const Findings &findings, const std::string &prefix)
+{
+    return simboard::describe_wrongs(findings.totals, prefix) +
+           simboard::describe_unfired(findings.faults, prefix);
+}
 
 Findings collect(const simboard::BoardView &view)
 {
@@ -53,6 +61,7 @@ Findings collect(const simboard::BoardView &view)
         simboard::add_counters(findings.totals, findings.by_bus[bus]);
         findings.undone += view.state->buses[bus].recoveries.load();
     }
+    findings.faults = simboard::read_faults(view);
     return findings;
 }
 
@@ -112,7 +121,11 @@ void print_text(const simboard::BoardView &view, const Findings &findings)
         std::printf("\n%llu transfers undone because their process died in the middle\n",
                     static_cast<unsigned long long>(findings.undone));
     }
-    const std::string wrongs = simboard::describe_wrongs(findings.totals, "WRONG: ");
+    if (!findings.faults.empty()) {
+        std::printf("\n");
+        print_faults(findings.faults);
+    }
+    const std::string wrongs = list_wrongs(findings, "WRONG: ");
     std::printf("\n%s", wrongs.empty() ? "nothing wrong was seen\n" : wrongs.c_str());
 }
 
@@ -133,6 +146,7 @@ void print_findings(const simboard::BoardView &view, const Findings &findings, b
     root["good"] = good;
     root["undone"] = Json::UInt64(findings.undone);
     root["totals"] = to_json(findings.totals);
+    root["faults"] = faults_to_json(findings.faults);
     root["buses"] = Json::Value(Json::arrayValue);
     root["processes"] = Json::Value(Json::arrayValue);
     for (uint32_t bus = 0; bus < simboard::kBuses; bus++) {
@@ -155,7 +169,7 @@ int report_board(const std::string &name, bool json)
 {
     ChosenBoard board(name);
     const Findings findings = collect(board.view());
-    const bool good = simboard::describe_wrongs(findings.totals, "").empty();
+    const bool good = list_wrongs(findings, "").empty();
     if (json) {
         print_findings(board.view(), findings, good);
     } else {

@@ -1,5 +1,6 @@
 // qeli2c-sim run: a board for one command, gone when the command is.
 #include "environment.h"
+#include "faults.h"
 #include "trace_session.h"
 
 #include <cerrno>
@@ -187,7 +188,8 @@ int run_command(const RunArguments &arguments, const std::vector<std::string> &c
     if (trace != nullptr) {
         trace->start();
     }
-    return end_trace(trace.get(), wait_for(child, watched));
+    const int status = end_trace(trace.get(), wait_for(child, watched));
+    return judge_faults(holder.board.directory, status);
 }
 
 std::vector<std::string> command_of(const Runner &runner)
@@ -210,7 +212,8 @@ void add_run(CLI::App &app, Runner &runner)
     CLI::App &run = add_command(
         app, runner, "run", "Run a command on a board of its own that is gone afterwards",
         "COMMAND and its arguments follow, after -- when they start with a dash. The exit\n"
-        "status is the command's, or 128 and the number of the signal that killed it.",
+        "status is the command's, or 128 and the number of the signal that killed it; 1 when\n"
+        "a step of the fault plan never struck and the command says that all is well.",
         [arguments, &runner] { return run_command(*arguments, command_of(runner)); });
     add_board_choice(run, arguments->board);
     add_option(run, "--trace", arguments->trace.file, "FILE",
