@@ -11,17 +11,31 @@ target_include_directories(qeli2c_tool_parts PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_
 target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description)
 
 add_executable(qeli2c_program
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/bus.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/child.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/command_line.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/dump.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/eeprom_pages.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/epld.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/expander.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/get.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/gpio.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/hold.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/info.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/muted.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/output.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/owners.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/probe.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/register_access.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/retimer.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan_print.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/set.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/smbus.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/switch.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/transfer.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/xfer.cpp)
 set_target_properties(qeli2c_program PROPERTIES OUTPUT_NAME qeli2c)

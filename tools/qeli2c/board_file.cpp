@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <unistd.h>
+#include <utility>
 
 namespace tool
 {
@@ -28,16 +30,20 @@ std::string choose_file(const std::string &option)
 
 } // namespace
 
-Board load_board(const std::string &file)
+const Board &load_board(const std::string &file)
 {
+    static std::map<std::string, Board> known;
+    const std::string chosen = choose_file(file);
+    if (const auto found = known.find(chosen); found != known.end())
+        return found->second;
     Board board;
-    board.file = choose_file(file);
-    if (board.file.empty())
-        return board;
+    board.file = chosen;
+    if (chosen.empty())
+        return known[chosen] = board;
     std::vector<simboard::DescriptionError> errors;
     board.description = simboard::load_board_description(board.file, errors);
     if (errors.empty())
-        return board;
+        return known[chosen] = std::move(board);
     for (const simboard::DescriptionError &error : errors)
         std::fprintf(stderr, "%s\n", simboard::to_string(board.file, error).c_str());
     throw usage_error("the board file cannot be used; nothing was done");

@@ -23,8 +23,8 @@ struct Target {
 };
 
 // Reads `file`, else $QELI2C_BOARD, else /etc/qeli2c/board.json where it exists. Every mistake goes
-// to standard error as "FILE:LINE: KEY: MESSAGE", then it fails.
-Board load_board(const std::string &file);
+// to standard error as "FILE:LINE: KEY: MESSAGE", then it fails. A file is read once.
+const Board &load_board(const std::string &file);
 
 DevicePath path_of(const simboard::BoardDescription &board,
                    const simboard::DeviceDescription &device);

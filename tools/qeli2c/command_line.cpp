@@ -7,7 +7,6 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <iostream>
 #include <memory>
 #include <utility>
 
@@ -26,6 +25,14 @@ namespace
 class HelpFormatter : public CLI::Formatter
 {
 public:
+    HelpFormatter()
+    {
+        column_width(23);
+        label("SUBCOMMAND", "COMMAND");
+        label("Subcommands", "Commands");
+        label("Positionals", "Arguments");
+    }
+
     std::string make_option_usage(const CLI::Option *option) const override
     {
         const std::string name = make_option_name(option, true);
@@ -46,6 +53,29 @@ public:
     }
 };
 
+const struct {
+    const char *name;
+    void (*add)(CLI::App &app, Tool &tool);
+} kCommands[] = {
+    {"scan", add_scan},       {"get", add_get},       {"set", add_set},   {"dump", add_dump},
+    {"xfer", add_xfer},       {"smbus", add_smbus},   {"gpio", add_gpio}, {"epld", add_epld},
+    {"retimer", add_retimer}, {"switch", add_switch}, {"bus", add_bus},   {"list", add_list},
+    {"info", add_info},
+};
+
+// Describing them all takes longer than most commands do, so only those are described whose names
+// are among the words. Nothing is lost when that are too many; none makes it all of them.
+void add_commands(CLI::App &app, Tool &tool, const std::vector<std::string> &words)
+{
+    for (const auto &command : kCommands)
+        if (std::find(words.begin(), words.end(), command.name) != words.end())
+            command.add(app, tool);
+    if (!app.get_subcommands({}).empty())
+        return;
+    for (const auto &command : kCommands)
+        command.add(app, tool);
+}
+
 void describe(CLI::App &app, Tool &tool)
 {
     Options &options = tool.options;
@@ -58,11 +88,6 @@ void describe(CLI::App &app, Tool &tool)
     add_flag(app, "-y,--yes", options.yes, "Do not ask before delicate writes");
     add_flag(app, "-q,--quiet", options.quiet, "Print nothing but results and errors");
     add_flag(app, "-v,--verbose", options.verbose, "Show the library's trace lines");
-    add_scan(app, tool);
-    add_get(app, tool);
-    add_set(app, tool);
-    add_xfer(app, tool);
-    add_list(app, tool);
     app.footer("A device is a path, upstream first, or its name in the board file:\n"
                "4/0x70.5/0x71.3/0x50 is bus 4, through channel 5 of the switch at 0x70 and\n"
                "channel 3 of the switch at 0x71, to 0x50. Numbers are decimal, 0x or 0b.\n"
@@ -70,14 +95,15 @@ void describe(CLI::App &app, Tool &tool)
                "exists. Exit status: 0 done, 1 failed, 2 wrong usage.");
 }
 
-int usage_failure(const CLI::App &app, std::string message)
+Failure usage_failure(const CLI::App &app, std::string message)
 {
     std::string command = "qeli2c";
-    for (const CLI::App *chosen : app.get_subcommands())
-        command += " " + chosen->get_name();
+    for (const CLI::App *at = &app; !at->get_subcommands().empty();) {
+        at = at->get_subcommands().front();
+        command += " " + at->get_name();
+    }
     std::replace(message.begin(), message.end(), '\n', ' ');
-    std::cerr << "qeli2c: " << message << " (see '" << command << " --help')\n";
-    return EXIT_USAGE;
+    return usage_error(message + " (see '" + command + " --help')");
 }
 
 } // namespace
@@ -91,9 +117,23 @@ CLI::App &add_command(CLI::App &app, const char *name, const char *description, 
     return *command;
 }
 
+CLI::App &add_group(CLI::App &app, const char *name, const char *description, const char *footer)
+{
+    CLI::App *group = app.add_subcommand(name, description);
+    group->footer(footer);
+    group->require_subcommand(0, 1); // that there is one is checked by the missing action
+    group->fallthrough();
+    return *group;
+}
+
 void add_argument(CLI::App &command, const char *name, std::string &value, const char *description)
 {
     command.add_option(name, value, description)->required();
+}
+
+void add_device(CLI::App &command, std::string &value)
+{
+    add_argument(command, "DEVICE", value, "Path (4/0x70.5/0x50) or name");
 }
 
 void add_arguments(CLI::App &command, const char *name, std::vector<std::string> &values,
@@ -115,21 +155,24 @@ void add_flag(CLI::App &command, const char *name, bool &value, const char *desc
     command.add_flag(name, value, description);
 }
 
-std::optional<int> parse_command_line(int argc, char **argv, Tool &tool)
+void parse_command_line(const std::vector<std::string> &words, Tool &tool)
 {
     CLI::App app("Reads and writes devices on I2C buses, through the switches in front of them.",
                  "qeli2c");
     describe(app, tool);
+    add_commands(app, tool, words);
     try {
-        app.parse(argc, argv);
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success &success) {
-        return app.exit(success);
+        app.exit(success);
+        return;
     } catch (const CLI::ParseError &error) {
-        return usage_failure(app, error.what());
+        throw usage_failure(app, error.what());
     }
     if (!tool.action)
-        return usage_failure(app, "no command: scan, get, set, xfer or list");
-    return std::nullopt;
+        throw usage_failure(app, app.get_subcommands().empty()
+                                     ? "no command: scan, get, set, dump and others"
+                                     : "which of its commands?");
 }
 
 } // namespace tool

@@ -5,6 +5,7 @@
 #include "tool.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,12 +13,38 @@
 namespace tool
 {
 
-// A command with the text that ends its --help. `chosen` runs when the command line names it.
+// A command, or one of the commands of a group, with the text that ends its --help. `chosen` runs
+// when the command line names it.
 CLI::App &add_command(CLI::App &app, const char *name, const char *description, const char *footer,
                       std::function<void()> chosen);
 
+// A command that consists of commands: one of those has to follow.
+CLI::App &add_group(CLI::App &app, const char *name, const char *description,
+                    const char *footer = "");
+
+template <typename Arguments>
+struct Command {
+    CLI::App &app;
+    Arguments &arguments; // lives as long as the command line
+};
+
+// The same for a command that keeps its arguments in a record and is done by `run`.
+template <typename Arguments>
+Command<Arguments> add_command(CLI::App &app, Tool &tool, const char *name, const char *description,
+                               const char *footer, void (*run)(const Arguments &, const Options &))
+{
+    auto arguments = std::make_shared<Arguments>();
+    CLI::App &command = add_command(app, name, description, footer, [arguments, run, &tool] {
+        tool.action = [arguments, run, &tool] { run(*arguments, tool.options); };
+    });
+    return {command, *arguments};
+}
+
 // A required positional argument.
 void add_argument(CLI::App &command, const char *name, std::string &value, const char *description);
+
+// The usual first one: "DEVICE".
+void add_device(CLI::App &command, std::string &value);
 
 enum class Number { any, at_least_one };
 
@@ -32,9 +59,9 @@ void add_option(CLI::App &command, const char *name, std::string &value, const c
 
 void add_flag(CLI::App &command, const char *name, bool &value, const char *description);
 
-// Fills the options and the action of `tool`, or returns the exit status when there is nothing to
-// do.
-std::optional<int> parse_command_line(int argc, char **argv, Tool &tool);
+// Fills the options and the action of `tool`. Without an action there is nothing to do: help was
+// asked for and shown.
+void parse_command_line(const std::vector<std::string> &words, Tool &tool);
 
 } // namespace tool
 

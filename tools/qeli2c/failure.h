@@ -9,7 +9,7 @@ namespace tool
 
 enum ExitStatus { EXIT_DONE = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
 
-struct Failure { // thrown; caught in main()
+struct Failure { // thrown; caught in main(), which prints the message if there is one
     int status;
     std::string message;
 };

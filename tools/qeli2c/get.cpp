@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
-#include <memory>
 
 namespace tool
 {
@@ -44,10 +43,7 @@ Request parse_request(const std::vector<std::string> &numbers, const Access &acc
     if (next < numbers.size())
         throw usage_error("too many arguments: '" + numbers[next] + "'");
     const uint32_t bytes = request.count * access.value_width;
-    if (memory.size && request.offset.value_or(0) + bytes > memory.size)
-        throw usage_error("reading " + std::to_string(bytes) + " bytes at " +
-                          hex(*request.offset, 4) + " goes past the end of the memory (" +
-                          std::to_string(memory.size) + " bytes)");
+    check_in_memory(memory, request.offset.value_or(0), bytes);
     return request;
 }
 
@@ -94,15 +90,15 @@ uint32_t read_smbus(const Target &target, const Request &request, const Access &
 }
 
 void print_values(const Options &options, const Target &target, const Request &request,
-                  const Access &access, const std::vector<uint32_t> &values)
+                  const Access &access, std::vector<uint32_t> values)
 {
+    for (uint32_t &value : values)
+        value &= access.mask;
     if (options.json) {
         Json::Value json = json_of(target);
         if (request.offset)
             json["register"] = *request.offset;
-        json["values"] = Json::Value(Json::arrayValue);
-        for (const uint32_t value : values)
-            json["values"].append(value);
+        json["values"] = json_array(values);
         print_json(json);
     } else if (request.count == 1 && !values.empty()) {
         std::cout << hex(values[0], static_cast<int>(2 * access.value_width)) << "\n";
@@ -114,7 +110,7 @@ void print_values(const Options &options, const Target &target, const Request &r
 
 void get(const GetArguments &arguments, const Options &options)
 {
-    const Board board = load_board(options.board_file);
+    const Board &board = load_board(options.board_file);
     const Target target = resolve(board, arguments.device);
     const Access access = make_access(arguments.access, target);
     const Request request = parse_request(arguments.numbers, access, memory_of(target));
@@ -130,20 +126,18 @@ void get(const GetArguments &arguments, const Options &options)
 
 void add_get(CLI::App &app, Tool &tool)
 {
-    auto arguments = std::make_shared<GetArguments>();
-    CLI::App &command =
-        add_command(app, "get", "Read registers or memory of a device",
+    const auto [command, arguments] =
+        add_command(app, tool, "get", "Read registers or memory of a device",
                     "Without REGISTER, or with --offset-width 0 (then the number is COUNT),\n"
                     "no register number is sent. Register number and values travel in one\n"
                     "combined transfer. The offset width comes from the device's type where\n"
                     "that is known: 2 for an at24c512, 0 for a pca9548, else 1.",
-                    [arguments, &tool] {
-                        tool.action = [arguments, &tool] { get(*arguments, tool.options); };
-                    });
-    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
-    add_arguments(command, "REGISTER [COUNT]", arguments->numbers,
+                    get);
+    add_device(command, arguments.device);
+    add_arguments(command, "REGISTER [COUNT]", arguments.numbers,
                   "Register, then how many values to read", Number::any);
-    add_access_options(command, arguments->access);
+    add_access_options(command, arguments.access);
+    add_mask_option(command, arguments.access, "Show only these bits, the others as 0");
 }
 
 } // namespace tool

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <initializer_list>
 #include <unistd.h>
 
@@ -58,6 +59,17 @@ void defer_interrupts()
 bool interrupted()
 {
     return g_signal != 0;
+}
+
+bool pause_unless_interrupted(std::chrono::nanoseconds time)
+{
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    timespec left{};
+    left.tv_sec = static_cast<time_t>(seconds.count());
+    left.tv_nsec = static_cast<long>((time - seconds).count());
+    while (!g_signal && nanosleep(&left, &left) < 0 && errno == EINTR) {
+    }
+    return !g_signal;
 }
 
 void end_if_interrupted()

@@ -3,6 +3,8 @@
 #ifndef QELI2C_INTERRUPT_H
 #define QELI2C_INTERRUPT_H
 
+#include <chrono>
+
 namespace tool
 {
 
@@ -13,6 +15,9 @@ void defer_interrupts();
 
 // Whether one of them has come.
 bool interrupted();
+
+// Waits, less when one of them comes. False when one has come.
+bool pause_unless_interrupted(std::chrono::nanoseconds time);
 
 // Ends the process by the signal that came, as its parent expects. Returns when none came.
 void end_if_interrupted();

@@ -30,7 +30,7 @@ void print_table(const std::vector<Target> &targets)
 
 void list(const Options &options)
 {
-    const Board board = load_board(options.board_file);
+    const Board &board = load_board(options.board_file);
     if (board.file.empty())
         throw usage_error("no board file to list (--board FILE or QELI2C_BOARD)");
     std::vector<Target> targets;

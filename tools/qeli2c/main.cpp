@@ -8,9 +8,10 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <optional>
+#include <string>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -32,13 +33,19 @@ void restart_with_trace(char **argv)
     std::cerr << "qeli2c: no trace: " << std::strerror(errno) << "\n";
 }
 
-int run(const std::function<void()> &action)
+int run(const std::vector<std::string> &words, char **argv)
 {
     int status = tool::EXIT_DONE;
     try {
-        action();
+        tool::Tool tool;
+        tool::parse_command_line(words, tool);
+        if (tool.options.verbose && tool.action)
+            restart_with_trace(argv);
+        if (tool.action)
+            tool.action();
     } catch (const tool::Failure &failure) {
-        std::cerr << "qeli2c: " << failure.message << "\n";
+        if (!failure.message.empty())
+            std::cerr << "qeli2c: " << failure.message << "\n";
         status = failure.status;
     }
     std::cout.flush();
@@ -54,14 +61,9 @@ int run(const std::function<void()> &action)
 
 int main(int argc, char **argv)
 {
-    tool::Tool tool;
-    if (const std::optional<int> done = tool::parse_command_line(argc, argv, tool))
-        return *done;
-    if (tool.options.verbose)
-        restart_with_trace(argv);
     int status = tool::EXIT_FAILED;
     try {
-        status = run(tool.action);
+        status = run({argv + 1, argv + argc}, argv);
     } catch (const std::exception &error) {
         std::cerr << "qeli2c: " << error.what() << "\n";
     }

@@ -12,14 +12,80 @@
 namespace tool
 {
 
-void print_json(const Json::Value &value)
+namespace
+{
+
+constexpr size_t kColumns = 80;
+
+std::string one_line(const Json::Value &value)
 {
     Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    builder["commentStyle"] = "None";
-    builder["enableYAMLCompatibility"] = true; // "key": value
+    builder["indentation"] = "";
     builder["emitUTF8"] = true;
-    std::cout << Json::writeString(builder, value) << "\n";
+    builder["precision"] = 6;
+    return Json::writeString(builder, value);
+}
+
+bool is_plain(const Json::Value &value)
+{
+    return !value.isArray() && !value.isObject();
+}
+
+// "[ 1, 2 ]", over several lines where one is too short.
+void add_plain_array(std::string &text, const Json::Value &array, size_t indent)
+{
+    text += "[";
+    size_t column = text.size() - (text.rfind('\n') + 1);
+    for (const Json::Value &value : array) {
+        const std::string item = (&value == &array[0] ? "" : ",") + std::string(" ");
+        const std::string shown = one_line(value);
+        if (column + item.size() + shown.size() + 3 > kColumns) {
+            text += item.substr(0, item.size() - 1) + "\n" + std::string(indent + 2, ' ') + shown;
+            column = indent + 2 + shown.size();
+        } else {
+            text += item + shown;
+            column += item.size() + shown.size();
+        }
+    }
+    text += array.empty() ? "]" : " ]";
+}
+
+// The members of an object, and of an array of such, each on a line of its own.
+void add_json(std::string &text, const Json::Value &value, size_t indent)
+{
+    const std::string line = "\n" + std::string(indent + 2, ' ');
+    if (is_plain(value) || value.empty()) {
+        text += one_line(value);
+    } else if (value.isObject()) {
+        const std::vector<std::string> names = value.getMemberNames();
+        for (const std::string &name : names) {
+            text += (name == names.front() ? "{" : ",") + line + one_line(name) + ": ";
+            add_json(text, value[name], indent + 2);
+        }
+        text += line.substr(0, indent + 1) + "}";
+    } else if (is_plain(value[0])) {
+        add_plain_array(text, value, indent);
+    } else {
+        for (Json::ArrayIndex i = 0; i < value.size(); i++) {
+            text += (i == 0 ? "[" : ",") + line;
+            add_json(text, value[i], indent + 2);
+        }
+        text += line.substr(0, indent + 1) + "]";
+    }
+}
+
+} // namespace
+
+void print_json(const Json::Value &value)
+{
+    std::string text;
+    add_json(text, value, 0);
+    std::cout << text << "\n";
+}
+
+void print_json_line(const Json::Value &value)
+{
+    std::cout << one_line(value) << std::endl;
 }
 
 Json::Value json_of(const Target &target)

@@ -15,11 +15,22 @@ namespace tool
 
 // A JSON document on standard output, keys in alphabetical order.
 void print_json(const Json::Value &value);
+// The same on one line, for results that come one by one; written at once.
+void print_json_line(const Json::Value &value);
 
 // {"path": ..., "name": ..., "type": ...}, the latter two where they are known.
 Json::Value json_of(const Target &target);
 
-// Bytes or words (`width` 1 or 2) from `offset` on, sixteen bytes a line: "0x0010: 00 01 ..." and
+template <typename Value>
+Json::Value json_array(const std::vector<Value> &values)
+{
+    Json::Value array(Json::arrayValue);
+    for (const Value &value : values)
+        array.append(value);
+    return array;
+}
+
+// Values of `width` bytes from `offset` on, sixteen bytes a line: "0x0010: 00 01 ..." and
 // their characters.
 void print_dump(uint32_t offset, int offset_digits, const std::vector<uint32_t> &values, int width);
 

@@ -1,6 +1,7 @@
 // Probing of one segment under one hold of its bus.
 #include "probe.h"
 
+#include "hold.h"
 #include "interrupt.h"
 #include "number.h"
 #include "transfer.h"
@@ -12,8 +13,6 @@ namespace tool
 
 namespace
 {
-
-constexpr int32_t kPathNotOpened = -5; // of ei2c_smbus_select_switch()
 
 bool probed_by_reading(uint16_t address, ProbeWith method)
 {
@@ -45,52 +44,25 @@ bool judge(Segment &segment, uint16_t address, int32_t result, int error)
     return segment.failure.empty() || error == EOPNOTSUPP;
 }
 
-// A near switch that does not answer leaves the upstream switch open.
-void close_upstream(const Segment &segment)
-{
-    const ei2c_client upstream = to_client({segment.bus, {}, segment.hops.front().address});
-    uint8_t closed = 0;
-    i2c_msg message{upstream.addr, 0, 1, &closed};
-    ei2c_rdwr_xfer(&upstream, &message, 1);
-}
-
-std::string hold_in_words(const Segment &segment, int32_t result, int error)
-{
-    if (result == QELI2C_NO_DEVICE_FILE)
-        return cause_in_words(segment.bus, result, error);
-    if (result == kPathNotOpened)
-        return "the path could not be opened: " + cause_in_words(segment.bus, result, error);
-    return "the bus could not be taken: " + cause_in_words(segment.bus, result, error);
-}
-
 } // namespace
 
 void probe(Segment &segment, const Addresses &in_front, ProbeWith method)
 {
-    const ei2c_client client = to_client({segment.bus, segment.hops, kFirstAddress});
-    int32_t fd = -1;
-    int32_t semaphore = -1;
-    errno = 0;
-    const int32_t held = ei2c_smbus_select_switch(&client, &fd, &semaphore);
-    if (held < 0) {
-        segment.failure = hold_in_words(segment, held, errno);
-        if (held == kPathNotOpened && segment.hops.size() == kMostSwitches)
-            close_upstream(segment);
+    Hold hold({segment.bus, segment.hops, kFirstAddress});
+    segment.failure = hold.failure();
+    if (!segment.failure.empty())
         return;
-    }
-    ui2c_adapter *adapter =
-        ui2c_to_client(client.bus, client.addr, client.swi_addr, client.swi_chnl)->adapter;
     for (uint16_t address = kFirstAddress; address <= kLastAddress && !interrupted(); address++) {
         if (in_front.test(address)) {
             segment.found[address] = Found::in_front;
             continue;
         }
         errno = 0;
-        const int32_t result = probe_address(adapter, address, method);
+        const int32_t result = probe_address(hold.adapter(), address, method);
         if (!judge(segment, address, result, errno))
             break;
     }
-    if (ei2c_smbus_deselect_switch(&client, fd, semaphore) < 0 && segment.failure.empty())
+    if (!hold.release() && segment.failure.empty())
         segment.failure = "the bus could not be released";
 }
 

@@ -25,10 +25,16 @@ void add_access_options(CLI::App &command, AccessOptions &options)
     add_option(command, "-w,--offset-width", options.offset_width, "N",
                "Bytes of the register number, 0 to 4");
     add_flag(command, "--word", options.word, "Values are 16 bits wide");
-    add_option(command, "--order", options.order, "ORDER", "Byte order of words: little or big",
+    add_flag(command, "--dword", options.dword, "Values are 32 bits wide");
+    add_option(command, "--order", options.order, "ORDER", "Byte order of values: little or big",
                {"little", "big"});
     add_flag(command, "--smbus", options.smbus, "SMBus byte or word command, one value");
     add_flag(command, "--pec", options.pec, "SMBus packet error checking");
+}
+
+void add_mask_option(CLI::App &command, AccessOptions &options, const char *description)
+{
+    add_option(command, "--mask", options.mask, "BITS", description);
 }
 
 Access make_access(const AccessOptions &options, const Target &target)
@@ -37,12 +43,18 @@ Access make_access(const AccessOptions &options, const Target &target)
     access.offset_width = options.offset_width.empty()
                               ? usual_offset_width(target.type)
                               : number_in(options.offset_width, 0, 4, "--offset-width");
-    access.value_width = options.word ? 2 : 1;
+    access.value_width = options.dword ? 4 : options.word ? 2 : 1;
     access.big_endian = options.order == "big";
     access.smbus = options.smbus;
     access.pec = options.pec;
-    if (access.big_endian && !options.word)
-        throw usage_error("--order needs --word");
+    if (!options.mask.empty())
+        access.mask = number_in(options.mask, 0, largest_value(access), "--mask");
+    if (options.word && options.dword)
+        throw usage_error("--word and --dword contradict each other");
+    if (access.big_endian && access.value_width == 1)
+        throw usage_error("--order needs --word or --dword");
+    if (access.smbus && options.dword)
+        throw usage_error("--smbus has no values of 32 bits");
     if (access.pec && !access.smbus)
         throw usage_error("--pec needs --smbus: plain messages carry no packet error code");
     if (access.smbus && access.offset_width > 1)
@@ -56,6 +68,14 @@ Access make_access(const AccessOptions &options, const Target &target)
 Memory memory_of(const Target &target)
 {
     return target.type == "at24c512" ? Memory{65536, 128} : Memory{};
+}
+
+void check_in_memory(const Memory &memory, uint32_t offset, size_t bytes)
+{
+    if (memory.size && offset + uint64_t{bytes} > memory.size)
+        throw usage_error(std::to_string(bytes) + " bytes at " + hex(offset, 4) +
+                          " go past the end of the memory (" + std::to_string(memory.size) +
+                          " bytes)");
 }
 
 uint32_t parse_register(const std::string &text, const Access &access)
@@ -86,35 +106,30 @@ std::vector<uint8_t> offset_bytes(uint32_t offset, const Access &access)
 
 uint32_t largest_value(const Access &access)
 {
-    return access.value_width == 2 ? 0xffff : 0xff;
+    return UINT32_MAX >> (32 - 8 * access.value_width);
 }
 
 std::vector<uint32_t> values_of(const std::vector<uint8_t> &bytes, const Access &access)
 {
-    if (access.value_width == 1)
-        return {bytes.begin(), bytes.end()};
+    const uint32_t width = access.value_width;
     std::vector<uint32_t> values;
-    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        const uint32_t high = bytes[access.big_endian ? i : i + 1];
-        const uint32_t low = bytes[access.big_endian ? i + 1 : i];
-        values.push_back(high << 8 | low);
+    for (size_t start = 0; start + width <= bytes.size(); start += width) {
+        uint32_t value = 0;
+        for (uint32_t i = 0; i < width; i++) // from the most significant byte on
+            value = value << 8 | bytes[start + (access.big_endian ? i : width - 1 - i)];
+        values.push_back(value);
     }
     return values;
 }
 
 std::vector<uint8_t> bytes_of(const std::vector<uint32_t> &values, const Access &access)
 {
+    const uint32_t width = access.value_width;
     std::vector<uint8_t> bytes;
-    for (const uint32_t value : values) {
-        const auto low = static_cast<uint8_t>(value);
-        const auto high = static_cast<uint8_t>(value >> 8);
-        if (access.value_width == 1) {
-            bytes.push_back(low);
-        } else {
-            bytes.push_back(access.big_endian ? high : low);
-            bytes.push_back(access.big_endian ? low : high);
-        }
-    }
+    for (const uint32_t value : values)
+        for (uint32_t i = 0; i < width; i++)
+            bytes.push_back(
+                static_cast<uint8_t>(value >> (8 * (access.big_endian ? width - 1 - i : i))));
     return bytes;
 }
 

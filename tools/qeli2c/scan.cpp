@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <memory>
 
 namespace tool
 {
@@ -105,7 +104,7 @@ void print_scan(const ScanArguments &arguments, const Options &options, const Bo
 
 void scan(const ScanArguments &arguments, const Options &options)
 {
-    const Board board = load_board(options.board_file);
+    const Board &board = load_board(options.board_file);
     std::vector<Segment> buses;
     defer_interrupts();
     for (const uint32_t bus : choose_buses(arguments, board)) {
@@ -138,20 +137,17 @@ void scan(const ScanArguments &arguments, const Options &options)
 
 void add_scan(CLI::App &app, Tool &tool)
 {
-    auto arguments = std::make_shared<ScanArguments>();
-    CLI::App &command =
-        add_command(app, "scan", "Find the devices on buses and behind switches",
+    const auto [command, arguments] =
+        add_command(app, tool, "scan", "Find the devices on buses and behind switches",
                     "Addresses 0x08 to 0x77 are probed with a quick write, 0x30 to 0x37 and\n"
                     "0x50 to 0x5f by reading a byte, as a write could harm what usually sits\n"
                     "there. UU: a kernel driver owns the address. In a grid, '..' marks what\n"
                     "answers already in front of the switch.",
-                    [arguments, &tool] {
-                        tool.action = [arguments, &tool] { scan(*arguments, tool.options); };
-                    });
-    add_arguments(command, "BUS...", arguments->buses, "Buses; all of the board file if none",
+                    scan);
+    add_arguments(command, "BUS...", arguments.buses, "Buses; all of the board file if none",
                   Number::any);
-    add_flag(command, "--grid", arguments->grid, "A grid of addresses for each bus and channel");
-    add_flag(command, "--read", arguments->read, "Probe by reading a byte everywhere");
+    add_flag(command, "--grid", arguments.grid, "A grid of addresses for each bus and channel");
+    add_flag(command, "--read", arguments.read, "Probe by reading a byte everywhere");
 }
 
 } // namespace tool

@@ -1,6 +1,8 @@
 // qeli2c set: writes registers, or an EEPROM's bytes page by page.
 #include "command_line.h"
+#include "eeprom_pages.h"
 #include "failure.h"
+#include "hold.h"
 #include "interrupt.h"
 #include "number.h"
 #include "output.h"
@@ -8,24 +10,13 @@
 #include "tool.h"
 #include "transfer.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <iostream>
-#include <memory>
-#include <thread>
 
 namespace tool
 {
 
 namespace
 {
-
-using Clock = std::chrono::steady_clock;
-
-// The AT24C512C's write cycle takes 5 ms at most, older parts' 10 ms (datasheets, tWR).
-constexpr std::chrono::milliseconds kLongestWriteCycle(100);
-constexpr std::chrono::microseconds kPollPause(500);
 
 struct SetArguments {
     std::string device;
@@ -36,6 +27,7 @@ struct SetArguments {
 struct Request {
     uint32_t offset = 0;
     std::vector<uint32_t> values;
+    std::vector<uint32_t> former; // what a masked write found
 };
 
 Request parse_request(const std::vector<std::string> &numbers, const Access &access,
@@ -52,51 +44,65 @@ Request parse_request(const std::vector<std::string> &numbers, const Access &acc
     if (access.smbus && request.values.size() > 1)
         throw usage_error("--smbus writes one value");
     const size_t bytes = request.values.size() * access.value_width;
-    if (memory.size ? request.offset + bytes > memory.size
-                    : bytes + access.offset_width > kMostBytes)
-        throw usage_error(
-            std::to_string(bytes) + " bytes are too many" +
-            (memory.size ? ": they go past the end of the memory" : " for one message"));
+    if (access.mask != UINT32_MAX && (access.smbus || memory.size))
+        throw usage_error("--mask is for plain registers");
+    for (const uint32_t value : request.values)
+        if (value & ~access.mask)
+            throw usage_error("value " + hex(value, 2) + " has bits outside the mask " +
+                              hex(access.mask, 2));
+    check_in_memory(memory, request.offset, bytes);
+    if (!memory.size && bytes + access.offset_width > kMostBytes)
+        throw usage_error(std::to_string(bytes) + " bytes are too many for one message");
     return request;
 }
 
-// Acknowledge polling: a busy EEPROM does not answer to its address.
-void wait_until_ready(const Target &target)
-{
-    const Clock::time_point deadline = Clock::now() + kLongestWriteCycle;
-    errno = 0;
-    while (!acknowledges(target.path)) {
-        if (Clock::now() > deadline)
-            fail_transfer(target, "cannot write", -1, errno);
-        std::this_thread::sleep_for(kPollPause);
-    }
-}
-
-void write_message(const Target &target, uint32_t offset, const uint8_t *bytes, size_t count,
-                   const Access &access)
+std::vector<Message> write_of(const Request &request, const Access &access)
 {
     std::vector<Message> messages(1);
-    messages[0].bytes = offset_bytes(offset, access);
-    messages[0].bytes.insert(messages[0].bytes.end(), bytes, bytes + count);
-    transfer(target, messages, "cannot write");
+    messages[0].bytes = offset_bytes(request.offset, access);
+    const std::vector<uint8_t> bytes = bytes_of(request.values, access);
+    messages[0].bytes.insert(messages[0].bytes.end(), bytes.begin(), bytes.end());
+    return messages;
 }
 
 // A page write that runs past its page wraps to the page's start, so each page gets its own.
-void write_pages(const Target &target, const Request &request, const Access &access, uint32_t page)
+void write_pages(const Target &target, const Request &request, const Access &access,
+                 const Memory &memory)
 {
+    const Eeprom eeprom{target, memory, Pace::fast};
     const std::vector<uint8_t> bytes = bytes_of(request.values, access);
-    size_t done = 0;
-    wait_until_ready(target);
-    while (done < bytes.size()) {
+    const EepromLock lock;
+    for (uint32_t done = 0; done < bytes.size();) {
         if (interrupted())
             throw operation_failed("interrupted: " + std::to_string(done) + " of " +
                                    std::to_string(bytes.size()) + " bytes are written");
-        const uint32_t offset = request.offset + static_cast<uint32_t>(done);
-        const size_t count = std::min<size_t>(bytes.size() - done, page - offset % page);
-        write_message(target, offset, bytes.data() + done, count, access);
-        wait_until_ready(target);
+        const uint32_t offset = request.offset + done;
+        const uint32_t count = page_part(eeprom, offset, bytes.size() - done);
+        write_page(eeprom, offset, bytes.data() + done, count);
         done += count;
     }
+}
+
+// Nobody comes between the read and the write: both are done under one hold of the bus.
+void write_masked(const Target &target, Request &request, const Access &access)
+{
+    Hold hold(target, "cannot write");
+    std::vector<Message> messages;
+    if (access.offset_width > 0)
+        messages.push_back({false, offset_bytes(request.offset, access)});
+    messages.push_back({true, std::vector<uint8_t>(bytes_of(request.values, access).size())});
+    int32_t result = transfer_held(hold, target.path.address, messages);
+    if (result >= 0) {
+        request.former = values_of(messages.back().bytes, access);
+        for (size_t i = 0; i < request.values.size(); i++)
+            request.values[i] |= request.former[i] & ~access.mask;
+        std::vector<Message> write = write_of(request, access);
+        result = transfer_held(hold, target.path.address, write);
+    }
+    const int error = errno;
+    hold.release(); // finding out what is missing takes the bus again
+    if (result < 0)
+        fail_transfer(target, "cannot write", result, error);
 }
 
 void write_smbus(const Target &target, const Request &request, const Access &access)
@@ -128,51 +134,61 @@ std::string describe(const Target &target, const Request &request, const Access 
     return text + delicate(target) + " " + to_string(target);
 }
 
+void print_result(const Target &target, const Request &request, const Access &access)
+{
+    Json::Value json = json_of(target);
+    if (access.offset_width > 0)
+        json["register"] = request.offset;
+    json["written"] = static_cast<Json::UInt>(request.values.size() * access.value_width);
+    if (!request.former.empty()) {
+        json["former"] = json_array(request.former);
+        json["values"] = json_array(request.values);
+    }
+    print_json(json);
+}
+
 void set(const SetArguments &arguments, const Options &options)
 {
-    const Board board = load_board(options.board_file);
+    const Board &board = load_board(options.board_file);
     const Target target = resolve(board, arguments.device);
     const Access access = make_access(arguments.access, target);
     const Memory memory = memory_of(target);
-    const Request request = parse_request(arguments.numbers, access, memory);
+    Request request = parse_request(arguments.numbers, access, memory);
     if (!delicate(target).empty())
         announce(options, describe(target, request, access));
     defer_interrupts();
     if (access.smbus)
         write_smbus(target, request, access);
     else if (memory.page)
-        write_pages(target, request, access, memory.page);
-    else
-        write_message(target, request.offset, bytes_of(request.values, access).data(),
-                      request.values.size() * access.value_width, access);
-    if (options.json) {
-        Json::Value json = json_of(target);
-        if (access.offset_width > 0)
-            json["register"] = request.offset;
-        json["written"] = static_cast<Json::UInt>(request.values.size() * access.value_width);
-        print_json(json);
+        write_pages(target, request, access, memory);
+    else if (access.mask != UINT32_MAX)
+        write_masked(target, request, access);
+    else {
+        std::vector<Message> messages = write_of(request, access);
+        transfer(target, messages, "cannot write");
     }
+    if (options.json)
+        print_result(target, request, access);
 }
 
 } // namespace
 
 void add_set(CLI::App &app, Tool &tool)
 {
-    auto arguments = std::make_shared<SetArguments>();
-    CLI::App &command =
-        add_command(app, "set", "Write registers or memory of a device",
+    const auto [command, arguments] =
+        add_command(app, tool, "set", "Write registers or memory of a device",
                     "All values go in one message that starts with the register number. With\n"
-                    "--offset-width 0 none is sent and every number is a value. An at24c512 is\n"
-                    "written page by page, waiting for each write cycle. Writes to switches,\n"
-                    "EEPROMs and logic devices are announced, and asked about at a terminal;\n"
-                    "-y goes on.",
-                    [arguments, &tool] {
-                        tool.action = [arguments, &tool] { set(*arguments, tool.options); };
-                    });
-    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
-    add_arguments(command, "[REGISTER] VALUE...", arguments->numbers,
+                    "--offset-width 0 none is sent and every number is a value. --mask reads the\n"
+                    "registers, changes the masked bits and writes them back while the bus is\n"
+                    "held. An at24c512 is written page by page, waiting for each write cycle.\n"
+                    "Writes to switches, EEPROMs and logic devices are announced, and asked\n"
+                    "about at a terminal; -y goes on.",
+                    set);
+    add_device(command, arguments.device);
+    add_arguments(command, "[REGISTER] VALUE...", arguments.numbers,
                   "Register, then the values to write", Number::at_least_one);
-    add_access_options(command, arguments->access);
+    add_access_options(command, arguments.access);
+    add_mask_option(command, arguments.access, "Change only these bits");
 }
 
 } // namespace tool

@@ -34,8 +34,16 @@ struct Tool {
 void add_scan(CLI::App &app, Tool &tool);
 void add_get(CLI::App &app, Tool &tool);
 void add_set(CLI::App &app, Tool &tool);
+void add_dump(CLI::App &app, Tool &tool);
 void add_xfer(CLI::App &app, Tool &tool);
+void add_smbus(CLI::App &app, Tool &tool);
+void add_gpio(CLI::App &app, Tool &tool);
+void add_epld(CLI::App &app, Tool &tool);
+void add_retimer(CLI::App &app, Tool &tool);
+void add_switch(CLI::App &app, Tool &tool);
+void add_bus(CLI::App &app, Tool &tool);
 void add_list(CLI::App &app, Tool &tool);
+void add_info(CLI::App &app, Tool &tool);
 
 } // namespace tool
 

@@ -89,14 +89,20 @@ void fail_transfer(const Target &target, const std::string &doing, int32_t resul
     throw operation_failed(doing + " " + to_string(target) + ": " + cause);
 }
 
+std::vector<i2c_msg> raw_messages(uint16_t address, std::vector<Message> &messages)
+{
+    std::vector<i2c_msg> raw;
+    for (Message &message : messages)
+        raw.push_back(i2c_msg{address, static_cast<uint16_t>(message.read ? I2C_M_RD : 0),
+                              static_cast<uint16_t>(message.bytes.size()), message.bytes.data()});
+    return raw;
+}
+
 void transfer(const Target &target, std::vector<Message> &messages, const std::string &doing,
               Tries tries)
 {
     const ei2c_client client = to_client(target.path);
-    std::vector<i2c_msg> raw;
-    for (Message &message : messages)
-        raw.push_back(i2c_msg{client.addr, static_cast<uint16_t>(message.read ? I2C_M_RD : 0),
-                              static_cast<uint16_t>(message.bytes.size()), message.bytes.data()});
+    std::vector<i2c_msg> raw = raw_messages(client.addr, messages);
     const auto count = static_cast<uint32_t>(raw.size());
     errno = 0;
     const int32_t result = tries == Tries::one

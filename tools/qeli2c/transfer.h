@@ -20,6 +20,9 @@ struct Message {
     std::vector<uint8_t> bytes;
 };
 
+// The same for the library; they point into `messages`.
+std::vector<i2c_msg> raw_messages(uint16_t address, std::vector<Message> &messages);
+
 enum class Tries { several, one };
 
 // One combined transfer under one hold of the bus. On failure a Failure that begins with `doing`,

@@ -7,7 +7,6 @@
 #include "transfer.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace tool
 {
@@ -44,10 +43,7 @@ void print_result(const Options &options, const Target &target,
     json["messages"] = Json::Value(Json::arrayValue);
     for (const Message &message : messages) {
         Json::Value entry;
-        Json::Value &bytes = entry[message.read ? "read" : "written"] =
-            Json::Value(Json::arrayValue);
-        for (const uint8_t byte : message.bytes)
-            bytes.append(byte);
+        entry[message.read ? "read" : "written"] = json_array(message.bytes);
         json["messages"].append(entry);
     }
     print_json(json);
@@ -55,7 +51,7 @@ void print_result(const Options &options, const Target &target,
 
 void xfer(const XferArguments &arguments, const Options &options)
 {
-    const Board board = load_board(options.board_file);
+    const Board &board = load_board(options.board_file);
     const Target target = resolve(board, arguments.device);
     std::vector<Message> messages = parse_messages(arguments.words);
     if (!delicate(target).empty() && changes_device(target, messages))
@@ -70,20 +66,17 @@ void xfer(const XferArguments &arguments, const Options &options)
 
 void add_xfer(CLI::App &app, Tool &tool)
 {
-    auto arguments = std::make_shared<XferArguments>();
-    CLI::App &command =
-        add_command(app, "xfer", "Send raw messages in one combined transfer",
+    const auto [command, arguments] =
+        add_command(app, tool, "xfer", "Send raw messages in one combined transfer",
                     "w writes the bytes that follow it; wN also checks that there are N. rN\n"
                     "reads N bytes. Between messages goes a repeated START, one STOP ends all.\n"
                     "Each read message is printed on lines of its own.\n"
                     "Example: qeli2c xfer 4/0x70.5/0x50 w 0x00 0x10 r4",
-                    [arguments, &tool] {
-                        tool.action = [arguments, &tool] { xfer(*arguments, tool.options); };
-                    });
-    add_argument(command, "DEVICE", arguments->device, "Path (4/0x70.5/0x50) or name");
-    add_arguments(command, "MESSAGE...", arguments->words, "w BYTE..., wN BYTE... or rN",
+                    xfer);
+    add_device(command, arguments.device);
+    add_arguments(command, "MESSAGE...", arguments.words, "w BYTE..., wN BYTE... or rN",
                   Number::at_least_one);
-    add_flag(command, "--once", arguments->once, "Try once; the default is up to four tries");
+    add_flag(command, "--once", arguments.once, "Try once; the default is up to four tries");
 }
 
 } // namespace tool

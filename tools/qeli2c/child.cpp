@@ -1,0 +1,92 @@
+// Child processes.
+#include "child.h"
+
+#include "failure.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tool
+{
+
+namespace
+{
+
+volatile std::sig_atomic_t g_child = 0;
+
+void pass_on(int number)
+{
+    const int saved = errno;
+    if (g_child > 0)
+        kill(static_cast<pid_t>(g_child), number);
+    errno = saved;
+}
+
+[[noreturn]] void become(const std::vector<std::string> &words, pid_t parent)
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent)
+        _exit(EXIT_FAILED);
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE})
+        std::signal(number, SIG_DFL);
+    std::vector<char *> arguments;
+    for (const std::string &word : words)
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    std::fprintf(stderr, "qeli2c: cannot run '%s': %s\n", arguments[0], std::strerror(errno));
+    _exit(errno == ENOENT ? 127 : 126);
+}
+
+int exit_status(int status)
+{
+    g_child = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace
+
+pid_t start_child(const std::vector<std::string> &words)
+{
+    // From before the start on, so that no signal finds this process unprepared.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGQUIT, SIG_IGN);
+    struct sigaction action {
+    };
+    action.sa_handler = pass_on;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+    const pid_t self = getpid();
+    const pid_t child = fork();
+    if (child < 0)
+        throw operation_failed(std::string("no process for the command: ") + std::strerror(errno));
+    if (child == 0)
+        become(words, self);
+    g_child = child;
+    return child;
+}
+
+int status_of_child(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return exit_status(status);
+}
+
+bool child_ended(pid_t child, int &status)
+{
+    int raw = 0;
+    if (waitpid(child, &raw, WNOHANG) != child)
+        return false;
+    status = exit_status(raw);
+    return true;
+}
+
+} // namespace tool
