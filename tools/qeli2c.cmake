@@ -12,9 +12,11 @@ target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description
 
 add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/bus.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/chart.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/child.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/command_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/dump.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/eeprom.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/eeprom_pages.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/epld.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/expander.cpp
@@ -25,10 +27,13 @@ add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/monitor.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/muted.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/output.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/owners.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/power.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/probe.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/progress.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/register_access.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/retimer.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan.cpp

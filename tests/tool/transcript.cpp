@@ -80,6 +80,8 @@ void Stage::direct(std::istringstream words, const std::string &line)
         const Ended ended = run(name);
         played.json.emplace_back(name, ended.out);
         show({ended.status, "", ended.err});
+    } else if (verb == ":transfers") {
+        played.text += "  " + std::to_string(board->totals().transfers) + "\n";
     } else if (verb == ":wrongs") {
         add_lines(played.text, "  ", board->wrongs());
         board->reset();

@@ -13,6 +13,7 @@
 //     $ :stimulus DEVICE NAME VALUE         :pin DEVICE PIN LEVEL
 //     $ :wire BUS                           every message since the last :reset, which
 //                                           puts the board back to power-on
+//     $ :transfers                          how many since the last :reset
 //     $ :wrongs                             what the judge has found, then :reset
 //     $ :shape COMMAND...                   JSON is checked against its schema, but not shown
 //     $ :answer ANSWER COMMAND...           on a terminal, ANSWER typed at "[y/N]"

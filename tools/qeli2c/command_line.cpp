@@ -57,10 +57,10 @@ const struct {
     const char *name;
     void (*add)(CLI::App &app, Tool &tool);
 } kCommands[] = {
-    {"scan", add_scan},       {"get", add_get},       {"set", add_set},   {"dump", add_dump},
-    {"xfer", add_xfer},       {"smbus", add_smbus},   {"gpio", add_gpio}, {"epld", add_epld},
-    {"retimer", add_retimer}, {"switch", add_switch}, {"bus", add_bus},   {"list", add_list},
-    {"info", add_info},
+    {"scan", add_scan},     {"get", add_get},     {"set", add_set},         {"dump", add_dump},
+    {"xfer", add_xfer},     {"smbus", add_smbus}, {"gpio", add_gpio},       {"epld", add_epld},
+    {"eeprom", add_eeprom}, {"power", add_power}, {"retimer", add_retimer}, {"switch", add_switch},
+    {"bus", add_bus},       {"list", add_list},   {"info", add_info},
 };
 
 // Describing them all takes longer than most commands do, so only those are described whose names
@@ -134,6 +134,11 @@ void add_argument(CLI::App &command, const char *name, std::string &value, const
 void add_device(CLI::App &command, std::string &value)
 {
     add_argument(command, "DEVICE", value, "Path (4/0x70.5/0x50) or name");
+}
+
+void add_file(CLI::App &command, std::string &value)
+{
+    command.add_option("FILE", value, "File; standard input or output if none or -");
 }
 
 void add_arguments(CLI::App &command, const char *name, std::vector<std::string> &values,

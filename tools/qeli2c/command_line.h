@@ -46,6 +46,9 @@ void add_argument(CLI::App &command, const char *name, std::string &value, const
 // The usual first one: "DEVICE".
 void add_device(CLI::App &command, std::string &value);
 
+// "[FILE]", which stands for standard input or output when it is "-" or not given.
+void add_file(CLI::App &command, std::string &value);
+
 enum class Number { any, at_least_one };
 
 // The positional arguments after it; `name` is their whole notation, such as "REGISTER [COUNT]".

@@ -4,9 +4,13 @@
 #include "failure.h"
 #include "number.h"
 
+#include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <json/writer.h>
+#include <langinfo.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tool
@@ -156,6 +160,18 @@ std::string delicate(const Target &target)
     if (target.type.starts_with("epld"))
         return "the logic device";
     return "";
+}
+
+size_t terminal_columns(int fd)
+{
+    winsize size{};
+    return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kColumns;
+}
+
+bool writes_utf8()
+{
+    std::setlocale(LC_CTYPE, "");
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
 void show_progress(const Options &options, const std::string &text)

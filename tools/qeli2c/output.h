@@ -49,6 +49,12 @@ std::string delicate(const Target &target);
 // One line that is overwritten by the next, on a terminal only; an empty text removes it.
 void show_progress(const Options &options, const std::string &text);
 
+// Columns of the terminal at the descriptor; 80 where there is none.
+size_t terminal_columns(int fd);
+
+// Whether the terminal and its users read UTF-8.
+bool writes_utf8();
+
 } // namespace tool
 
 #endif

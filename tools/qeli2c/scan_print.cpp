@@ -3,10 +3,7 @@
 #include "output.h"
 #include "scan.h"
 
-#include <clocale>
-#include <cstring>
 #include <iostream>
-#include <langinfo.h>
 
 namespace tool
 {
@@ -20,8 +17,7 @@ struct Branches { // what the lines of the tree begin with
 
 Branches branches_for_terminal()
 {
-    setlocale(LC_CTYPE, "");
-    if (std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0)
+    if (writes_utf8())
         return {"├── ", "└── ", "│   ", "    "};
     return {"|-- ", "`-- ", "|   ", "    "};
 }

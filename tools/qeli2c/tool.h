@@ -37,6 +37,8 @@ void add_set(CLI::App &app, Tool &tool);
 void add_dump(CLI::App &app, Tool &tool);
 void add_xfer(CLI::App &app, Tool &tool);
 void add_smbus(CLI::App &app, Tool &tool);
+void add_eeprom(CLI::App &app, Tool &tool);
+void add_power(CLI::App &app, Tool &tool);
 void add_gpio(CLI::App &app, Tool &tool);
 void add_epld(CLI::App &app, Tool &tool);
 void add_retimer(CLI::App &app, Tool &tool);
