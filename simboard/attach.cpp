@@ -160,6 +160,11 @@ const Attachment *attach_board()
     return found;
 }
 
+const Attachment *attached_boards()
+{
+    return newest.load(std::memory_order_acquire);
+}
+
 const Attachment *attached_board(uint16_t id)
 {
     for (const Attachment *a = newest.load(std::memory_order_acquire); a != nullptr; a = a->next) {

@@ -32,6 +32,9 @@ const Attachment *attach_board();
 // program may have seen several. Null when there is none.
 const Attachment *attached_board(uint16_t id);
 
+// All boards that were mapped so far, linked by `next`.
+const Attachment *attached_boards();
+
 // The board and bus that this process got the semaphore of that id for; null when it is another.
 const Attachment *find_semaphore_board(int32_t id, uint32_t &bus);
 

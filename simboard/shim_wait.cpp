@@ -26,9 +26,27 @@ using PpollCall = int (*)(pollfd *, nfds_t, const timespec *, const sigset_t *);
 using CheckedPollCall = int (*)(pollfd *, nfds_t, int, size_t);
 using CheckedPpollCall = int (*)(pollfd *, nfds_t, const timespec *, const sigset_t *, size_t);
 
+// Which board a descriptor is of takes a system call to find out, and hardly a board has faults for
+// waits.
+bool may_strike()
+{
+    const Attachment *board = attached_boards();
+    if (board == nullptr) {
+        return true; // an inherited device, whose board has not been looked for
+    }
+    for (; board != nullptr; board = board->next) {
+        for (const Bus &bus : board->state->buses) {
+            if (has_faults(*board->state, bus, kInWaits)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 bool stays_unready(int fd)
 {
-    if (!may_be_device(fd)) {
+    if (!may_be_device(fd) || !may_strike()) {
         return false;
     }
     const int saved = errno;

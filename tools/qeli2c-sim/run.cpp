@@ -212,8 +212,8 @@ void add_run(CLI::App &app, Runner &runner)
     CLI::App &run = add_command(
         app, runner, "run", "Run a command on a board of its own that is gone afterwards",
         "COMMAND and its arguments follow, after -- when they start with a dash. The exit\n"
-        "status is the command's, or 128 and the number of the signal that killed it; 1 when\n"
-        "a step of the fault plan never struck and the command says that all is well.",
+        "status is the command's, or 128 and the number of the signal that killed it; if\n"
+        "it is 0 and a step of the fault plan never struck, it becomes 1.",
         [arguments, &runner] { return run_command(*arguments, command_of(runner)); });
     add_board_choice(run, arguments->board);
     add_option(run, "--trace", arguments->trace.file, "FILE",
