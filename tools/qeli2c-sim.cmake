@@ -18,6 +18,7 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/peek.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/poke.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/report.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/report_locks.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/reset.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/run.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp

@@ -1,6 +1,7 @@
 // The judge: what it counts, and what it lets pass.
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/sem.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -217,6 +218,63 @@ TEST(Counters, NothingIsLostWhenManyProcessesComeAndGo)
     }
     EXPECT_EQ(board.totals(7).transfers, MANY);
     EXPECT_LE(read_counters(board.view()).size(), simboard::kProcesses);
+}
+
+bool operate(int semaphore, short change)
+{
+    sembuf operations[] = {{0, 0, 0}, {0, change, SEM_UNDO}};
+    const bool takes = change > 0;
+    return semop(semaphore, takes ? operations : operations + 1, takes ? 2 : 1) == 0;
+}
+
+// The locks that keep others off bus 4, each taken and given back.
+bool switch_lock(const std::string &kind, const Device &bus, bool on)
+{
+    if (kind == "semaphore") {
+        return operate(semget(0x3064, 1, IPC_CREAT | 0600), on ? 1 : -1);
+    }
+    if (kind == "flock") {
+        return flock(bus.fd(), on ? LOCK_EX : LOCK_UN) == 0;
+    }
+    struct flock lock = {};
+    lock.l_type = on ? F_WRLCK : F_UNLCK;
+    return fcntl(bus.fd(), F_SETLKW, &lock) == 0;
+}
+
+TEST(Locks, HoldsAndWaitsAreTimed)
+{
+    constexpr uint64_t HELD_NS = 20'000'000;
+    for (const char *kind : {"semaphore", "flock", "record lock"}) {
+        SCOPED_TRACE(kind);
+        Board board(reference_board());
+        // Again until this process came early enough to wait.
+        for (int tries = 0; tries < 100 && board.totals(4).longest_wait_ns < HELD_NS / 2; tries++) {
+            int ends[2];
+            ASSERT_EQ(pipe(ends), 0);
+            const pid_t child = fork();
+            if (child == 0) {
+                const Device bus(4);
+                bool good = switch_lock(kind, bus, true) && write(ends[1], "x", 1) == 1;
+                usleep(HELD_NS / 1000);
+                good = switch_lock(kind, bus, false) && good;
+                _exit(good ? 0 : 1);
+            }
+            char byte;
+            ASSERT_EQ(read(ends[0], &byte, 1), 1);
+            const Device bus(4);
+            EXPECT_TRUE(switch_lock(kind, bus, true));
+            EXPECT_TRUE(switch_lock(kind, bus, false));
+            int status;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0);
+            close(ends[0]);
+            close(ends[1]);
+        }
+        EXPECT_GE(board.totals(4).longest_wait_ns, HELD_NS / 2);
+        EXPECT_GE(board.totals(4).longest_hold_ns, HELD_NS);
+        EXPECT_EQ(board.totals(5).longest_hold_ns, 0U);
+        EXPECT_EQ(board.wrongs(), "");
+    }
 }
 
 TEST(Trace, TellsWhoWhenAndThroughWhichPath)

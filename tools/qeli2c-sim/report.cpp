@@ -2,6 +2,7 @@
 #include "chosen_board.h"
 #include "faults.h"
 #include "json_output.h"
+#include "report_locks.h"
 
 #include <cstdio>
 #include <memory>
@@ -18,22 +19,25 @@ using simboard::ProcessCounters;
 struct Field {
     const char *key;     // in JSON
     const char *heading; // in the table, null when it is told in words
+    int width;
     uint64_t Counters::*count;
 };
 
 constexpr Field kFields[] = {
-    {"transfers", "transfers", &Counters::transfers},
-    {"messages", "messages", &Counters::messages},
-    {"bytes", "bytes", &Counters::bytes},
-    {"failed", "failed", &Counters::failed},
-    {"address_nacks", "addr NACK", &Counters::address_nacks},
-    {"data_nacks", "data NACK", &Counters::data_nacks},
-    {"orphaned_paths", "orphaned", &Counters::orphaned_paths},
-    {"conflicts", nullptr, &Counters::conflicts},
-    {"foreign_transfers", nullptr, &Counters::foreign_transfers},
-    {"paths_left_open", nullptr, &Counters::paths_left_open},
-    {"two_channels", nullptr, &Counters::two_channels},
-    {"unbalanced_unlocks", nullptr, &Counters::unbalanced_unlocks},
+    {"transfers", "transfers", 10, &Counters::transfers},
+    {"messages", "messages", 9, &Counters::messages},
+    {"bytes", "bytes", 11, &Counters::bytes},
+    {"failed", "failed", 8, &Counters::failed},
+    {"address_nacks", "addr NACK", 10, &Counters::address_nacks},
+    {"data_nacks", "data NACK", 10, &Counters::data_nacks},
+    {"orphaned_paths", nullptr, 0, &Counters::orphaned_paths},
+    {"conflicts", nullptr, 0, &Counters::conflicts},
+    {"foreign_transfers", nullptr, 0, &Counters::foreign_transfers},
+    {"paths_left_open", nullptr, 0, &Counters::paths_left_open},
+    {"two_channels", nullptr, 0, &Counters::two_channels},
+    {"unbalanced_unlocks", nullptr, 0, &Counters::unbalanced_unlocks},
+    {"longest_hold_ns", nullptr, 0, &Counters::longest_hold_ns},
+    {"longest_wait_ns", nullptr, 0, &Counters::longest_wait_ns},
 };
 
 struct Findings {
@@ -76,10 +80,11 @@ Counters sum_of(const ProcessCounters &process)
 
 void print_row(const std::string &label, const Counters &counters)
 {
-    std::printf("%-24s", label.c_str());
+    std::printf("%-21.21s", label.c_str());
     for (const Field &field : kFields) {
         if (field.heading != nullptr) {
-            std::printf(" %10llu", static_cast<unsigned long long>(counters.*field.count));
+            std::printf(" %*llu", field.width - 1,
+                        static_cast<unsigned long long>(counters.*field.count));
         }
     }
     std::printf("\n");
@@ -87,19 +92,13 @@ void print_row(const std::string &label, const Counters &counters)
 
 void print_heading(const char *label)
 {
-    std::printf("%-24s", label);
+    std::printf("%-21s", label);
     for (const Field &field : kFields) {
         if (field.heading != nullptr) {
-            std::printf(" %10s", field.heading);
+            std::printf("%*s", field.width, field.heading);
         }
     }
     std::printf("\n");
-}
-
-std::string label_of(const ProcessCounters &process)
-{
-    return process.pid == 0 ? "(earlier processes)"
-                            : std::to_string(process.pid) + " " + process.name;
 }
 
 void print_text(const simboard::BoardView &view, const Findings &findings)
@@ -115,7 +114,12 @@ void print_text(const simboard::BoardView &view, const Findings &findings)
     std::printf("\n");
     print_heading("process");
     for (const ProcessCounters &process : findings.processes) {
-        print_row(label_of(process), sum_of(process));
+        print_row(process_label(process), sum_of(process));
+    }
+    print_locks(findings.processes);
+    if (findings.totals.orphaned_paths > 0) {
+        std::printf("\npaths found open whose task had died: %llu\n",
+                    static_cast<unsigned long long>(findings.totals.orphaned_paths));
     }
     if (findings.undone > 0) {
         std::printf("\n%llu transfers undone because their process died in the middle\n",
@@ -136,6 +140,21 @@ Json::Value to_json(const Counters &counters)
         value[field.key] = Json::UInt64(counters.*field.count);
     }
     return value;
+}
+
+// What the process did on each bus that it used.
+Json::Value buses_of(const ProcessCounters &process)
+{
+    Json::Value buses(Json::arrayValue);
+    for (uint32_t bus = 0; bus < simboard::kBuses; bus++) {
+        const Counters &counters = process.by_bus[bus];
+        if (counters.transfers > 0 || counters.longest_wait_ns > 0) {
+            Json::Value entry = to_json(counters);
+            entry["bus"] = bus;
+            buses.append(entry);
+        }
+    }
+    return buses;
 }
 
 void print_findings(const simboard::BoardView &view, const Findings &findings, bool good)
@@ -160,6 +179,7 @@ void print_findings(const simboard::BoardView &view, const Findings &findings, b
         Json::Value entry = to_json(sum_of(process));
         entry["pid"] = process.pid;
         entry["name"] = process.name;
+        entry["buses"] = buses_of(process);
         root["processes"].append(entry);
     }
     print_json(root);
