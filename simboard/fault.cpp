@@ -70,8 +70,7 @@ bool concerns_register(const FaultStep &step, const Transfer &transfer, uint32_t
     if (write == nullptr || write->len < step.register_size) {
         return false;
     }
-    const uint32_t reg =
-        step.register_size == 1 ? write->buf[0] : write->buf[0] << 8 | write->buf[1];
+    const int reg = step.register_size == 1 ? write->buf[0] : write->buf[0] << 8 | write->buf[1];
     return reg == step.reg;
 }
 
