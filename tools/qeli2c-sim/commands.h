@@ -36,6 +36,7 @@ void add_save(CLI::App &app, Runner &runner);
 void add_check(CLI::App &app, Runner &runner);
 void add_verify(CLI::App &app, Runner &runner);
 void add_report(CLI::App &app, Runner &runner);
+void add_show(CLI::App &app, Runner &runner);
 void add_trace(CLI::App &app, Runner &runner);
 void add_inject(CLI::App &app, Runner &runner);
 

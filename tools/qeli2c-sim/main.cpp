@@ -25,6 +25,7 @@ void add_commands(CLI::App &app, runner::Runner &runner)
     runner::add_check(app, runner);
     runner::add_verify(app, runner);
     runner::add_report(app, runner);
+    runner::add_show(app, runner);
     runner::add_trace(app, runner);
     runner::add_inject(app, runner);
 }

@@ -2,6 +2,7 @@
 #include "chosen_board.h"
 #include "color.h"
 #include "simboard/clock.h"
+#include "tools/qeli2c/number.h"
 #include "trace_session.h"
 
 #include <cerrno>
@@ -51,19 +52,6 @@ void watch_signals(simboard::State &state)
     }
 }
 
-uint32_t number_in(const std::string &text, uint32_t most, const char *option)
-{
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long value = std::strtoul(text.c_str(), &end, 0);
-    if (text.empty() || text[0] < '0' || text[0] > '9' || *end != '\0' || errno != 0 ||
-        value > most) {
-        throw UsageError(std::string(option) + ": '" + text + "' is no number from 0 to " +
-                         std::to_string(most));
-    }
-    return static_cast<uint32_t>(value);
-}
-
 uint64_t since_in(const std::string &text, const simboard::State &state)
 {
     char *end = nullptr;
@@ -79,7 +67,7 @@ TraceFilter filter_of(const TraceArguments &arguments, const simboard::BoardView
     const simboard::State &state = *view.state;
     TraceFilter filter;
     for (const std::string &text : arguments.buses) {
-        const uint32_t bus = number_in(text, simboard::kBuses - 1, "--bus");
+        const uint32_t bus = tool::number_in(text, 0, simboard::kBuses - 1, "--bus");
         if (state.buses[bus].described == 0) {
             throw std::runtime_error("the board has no bus " + std::to_string(bus));
         }
@@ -89,13 +77,14 @@ TraceFilter filter_of(const TraceArguments &arguments, const simboard::BoardView
         filter.buses = described_buses(state);
     }
     if (!arguments.address.empty()) {
-        filter.address = static_cast<uint16_t>(number_in(arguments.address, 0x3ff, "--address"));
+        filter.address =
+            static_cast<uint16_t>(tool::number_in(arguments.address, 0, 0x3ff, "--address"));
     }
     if (!arguments.device.empty()) {
         filter.chip = &simboard::find_chip(view, arguments.device);
     }
     if (!arguments.pid.empty()) {
-        filter.pid = static_cast<int32_t>(number_in(arguments.pid, INT32_MAX, "--pid"));
+        filter.pid = static_cast<int32_t>(tool::number_in(arguments.pid, 0, INT32_MAX, "--pid"));
     }
     if (!arguments.since.empty()) {
         filter.since_ns = since_in(arguments.since, state);
