@@ -12,6 +12,7 @@
 #include "simboard/build_state.h"
 #include "simboard/bus_lock.h"
 #include "simboard/clock.h"
+#include "simboard/fault.h"
 
 namespace simboard
 {
@@ -172,7 +173,8 @@ void check_head(const RecordHead &head, Findings &findings)
     findings.expect(head.message_count >= 1 && head.message_count <= kMaxMessages &&
                         head.path_count <= kMaxPath && head.start_ns <= head.end_ns &&
                         head.task.pid > 0 && head.task.tid > 0 &&
-                        (head.result < 0 || head.result == head.message_count),
+                        (head.result < 0 || head.result == head.message_count ||
+                         (head.fault != 0 && head.result < head.message_count)),
                     "record " + std::to_string(head.number) + " of its trace is none");
 }
 
@@ -206,6 +208,24 @@ void check_trace(const State &state, const Bus &bus, Findings &findings)
     findings.expect(last == bus.state.records, "its trace does not end with the last transfer");
 }
 
+void check_faults(const State &state, const Bus &bus, Findings &findings)
+{
+    const FaultPlan &plan = state.faults[bus.number];
+    findings.expect(plan.count <= kFaultSteps, "its fault plan is longer than there is room");
+    uint32_t classes = 0;
+    for (uint32_t i = 0; i < plan.count && i < kFaultSteps; i++) {
+        const FaultStep &step = plan.steps[i];
+        const bool has_chip = step.chip != kNoChip;
+        classes |= class_of(step.kind);
+        findings.expect(class_of(step.kind) != 0 && step.number > 0 && step.fired <= step.matched &&
+                            (step.times == kForever || step.fired <= step.times) &&
+                            (!has_chip || (step.chip < state.header.chip_count &&
+                                           state.chips[step.chip].bus == bus.number)),
+                        "fault step " + std::to_string(step.number) + " is none");
+    }
+    findings.expect(plan.classes.load() == classes, "its fault plan does not say what is in it");
+}
+
 void check_held_bus(const State &state, const Bus &bus, Findings &findings)
 {
     const Journal &journal = state.journals[bus.number];
@@ -216,6 +236,7 @@ void check_held_bus(const State &state, const Bus &bus, Findings &findings)
     findings.expect(count_transfers(state, bus.number, findings) == bus.state.records,
                     "the counters do not add up to the transfers of its trace");
     check_trace(state, bus, findings);
+    check_faults(state, bus, findings);
     const uint64_t now = now_ns();
     for (uint32_t i = 0; i < bus.chip_count; i++) {
         check_chip(state.chips[bus.first_chip + i], now, findings);
