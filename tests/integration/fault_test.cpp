@@ -1,11 +1,14 @@
 // Faults of the bus and of its devices, one at a time, and what the library's calls make of them:
 // result, errno, tries, what becomes of the path, and a bus that is free afterwards.
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <linux/i2c-dev.h>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -320,6 +323,48 @@ TEST_F(Fault, SamePlanAndSeedBringTheSameWireAndAnotherSeedBringsAnother)
     EXPECT_NE(wires[0], wires[2]);
 }
 
+TEST_F(Fault, KernelItselfTriesAgainAfterLostArbitrationAsOftenAsItWasTold)
+{
+    const int fd = open("/dev/i2c-4", O_RDWR | O_CLOEXEC);
+    for (const unsigned retries : {3U, 2U}) {
+        board().reset();
+        EXPECT_EQ(ioctl(fd, I2C_RETRIES, retries), 0);
+        board().inject(R"({ "steps": [ { "fault": "arbitration-lost", "bus": 4, "times": 3 } ] })");
+        EXPECT_EQ(read_once(), retries == 3 ? 2 : -1);
+        EXPECT_EQ(board().totals(4).transfers, retries + 1);
+    }
+    EXPECT_EQ(ioctl(fd, I2C_RETRIES, 0), 0);
+    close(fd);
+}
+
+TEST_F(Fault, WaitsForOtherFilesGoOnWhileADeviceIsNotReady)
+{
+    const int device_fd = open("/dev/i2c-4", O_RDWR | O_CLOEXEC);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    board().inject(R"({ "steps": [ { "fault": "not-ready", "bus": 4 } ] })");
+    for (const int way : {0, 1, 2, 3}) {
+        pollfd both[2] = {{device_fd, POLLIN, 7}, {ends[0], POLLIN, 7}};
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(device_fd, &set);
+        FD_SET(ends[0], &set);
+        const int count = std::max(device_fd, ends[0]) + 1;
+        const int ready = way == 0   ? poll(both, 2, -1)
+                          : way == 1 ? ppoll(both, 2, nullptr, nullptr)
+                          : way == 2 ? select(count, &set, nullptr, nullptr, nullptr)
+                                     : pselect(count, &set, nullptr, nullptr, nullptr, nullptr);
+        EXPECT_EQ(ready, 1) << way;
+        EXPECT_EQ(way < 2 ? both[0].revents != 0 : FD_ISSET(device_fd, &set) != 0, false) << way;
+        EXPECT_EQ(way < 2 ? both[1].revents == POLLIN : FD_ISSET(ends[0], &set) != 0, true) << way;
+        EXPECT_EQ(both[0].fd, device_fd);
+    }
+    EXPECT_EQ(board().faults()[0].step.fired, 4U);
+    for (const int fd : {device_fd, ends[0], ends[1]})
+        close(fd);
+}
+
 TEST_F(Fault, ChipThatIsPluggedInAgainHasForgottenWhatItHeld)
 {
     EXPECT_EQ(write_byte(far_device), 0);
@@ -339,10 +384,11 @@ TEST_F(Fault, KillWhileTheBusIsStuckFreesIt)
     const pid_t child = fork();
     if (child == 0)
         _exit(read_byte(middle) == 0 ? 0 : 1);
-    // Its wait has begun when the step has struck; the look at it must not have to wait itself.
-    while (board().view().state->faults[4].steps[0].fired == 0)
+    // It waits when the strike is final. To ask the board properly would be to wait for the bus.
+    const simboard::State &state = *board().view().state;
+    const volatile uint64_t &fired = state.faults[4].steps[0].fired;
+    while (fired == 0 || state.journals[4].count != 0)
         usleep(1000);
-    usleep(20000);
     kill(child, SIGKILL);
     int status = 0;
     waitpid(child, &status, 0);
