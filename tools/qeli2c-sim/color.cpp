@@ -12,8 +12,7 @@ void add_color_option(CLI::App &command, std::string &when)
 {
     when = "auto";
     add_option(command, "--color", when, "WHEN",
-               "auto (on a terminal, unless $NO_COLOR is set), always or never",
-               {"auto", "always", "never"});
+               "auto (on terminals), always or never", {"auto", "always", "never"});
 }
 
 bool wants_color(const std::string &when)

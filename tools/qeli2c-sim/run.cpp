@@ -217,7 +217,7 @@ void add_run(CLI::App &app, Runner &runner)
         [arguments, &runner] { return run_command(*arguments, command_of(runner)); });
     add_board_choice(run, arguments->board);
     add_option(run, "--trace", arguments->trace.file, "FILE",
-               "Write every transfer there: as JSON to *.json, as signals to *.vcd, else as text");
+               "Write transfers there: *.json, *.vcd, else text");
     add_trace_style(run, arguments->trace);
     stop_at_first_argument(run);
 }

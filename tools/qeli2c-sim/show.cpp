@@ -349,11 +349,12 @@ void add_show(CLI::App &app, Runner &runner)
     const auto arguments = std::make_shared<ShowArguments>();
     CLI::App &command = add_command(
         app, runner, "show", "Show a board's buses, switches and devices as they are now",
-        "Registers and levels in hexadecimal, other numbers in decimal. Looking makes no traffic.",
+        "Registers and levels in hexadecimal, other numbers in decimal. Looking makes no\n"
+        "traffic.",
         [arguments] { return show(*arguments); });
     add_board_argument(command, arguments->board);
     add_option(command, "--device", arguments->device, "DEVICE",
-               "Only this device of the board file, with all its registers");
+               "Only this device, with all its registers");
     add_flag(command, "--json", arguments->json, "Print it as JSON (docs/trace.md)");
     add_color_option(command, arguments->color);
 }

@@ -127,25 +127,25 @@ void add_trace(CLI::App &app, Runner &runner)
     const auto arguments = std::make_shared<TraceArguments>();
     CLI::App &trace = add_command(
         app, runner, "trace", "Print every transfer on a board, in the order in which they began",
-        "Formats and fields: docs/trace.md. With --follow, Ctrl-C ends it with status 0, as does\n"
-        "the end of the board.",
+        "Formats and fields: docs/trace.md. With --follow, Ctrl-C ends it with status 0,\n"
+        "as does the end of the board.",
         [arguments] { return trace_board(*arguments); });
     add_board_argument(trace, arguments->board);
     add_flag(trace, "-f,--follow", arguments->follow, "Go on with the transfers that come");
     add_flag(trace, "--json", arguments->json, "Print JSON, one document a line");
     add_option(trace, "--vcd", arguments->vcd, "FILE",
-               "Write SCL and SDA of every bus as a value change dump; - for standard output");
+               "SCL and SDA of every bus as a VCD; - for stdout");
     add_option(trace, "-o,--output", arguments->choice.file, "FILE",
                "Write there instead of to standard output");
     add_options(trace, "--bus", arguments->buses, "N", "Only this bus; may be given again");
     add_option(trace, "--address", arguments->address, "ADDRESS",
                "Only transfers with a message to this address");
     add_option(trace, "--device", arguments->device, "DEVICE",
-               "Only transfers that reach the address of this device of the board file");
+               "Only transfers to this device of the board file");
     add_option(trace, "--pid", arguments->pid, "PID", "Only transfers of this process");
     add_flag(trace, "--failed", arguments->failed, "Only transfers that failed");
     add_option(trace, "--since", arguments->since, "SECONDS",
-               "Only what began so long after the board was made, or later");
+               "Only from this time of the board on");
     add_number(trace, "--last", arguments->last, "N", "Of those that are there, only the last N");
     add_trace_style(trace, arguments->choice);
     add_color_option(trace, arguments->color);

@@ -60,12 +60,11 @@ bool reaches(const State &state, const TransferRecord &record, const Chip &chip)
 void add_trace_style(CLI::App &command, TraceChoice &choice)
 {
     add_option(command, "--times", choice.times, "KIND",
-               "relative (seconds since the board was made), absolute or none",
+               "relative to the board's making, absolute or none",
                {"relative", "absolute", "none"});
     add_flag(command, "--no-ids", choice.no_ids, "Leave out process and thread numbers");
     add_option(command, "--wire-speed", choice.speed, "SPEED",
-               "Speed at which a VCD draws instant buses: 100k or 400k; else 100k",
-               {"100k", "400k"});
+               "100k or 400k, for instant buses in a VCD", {"100k", "400k"});
 }
 
 std::vector<uint32_t> described_buses(const State &state)
@@ -192,11 +191,13 @@ void TraceSession::finish()
         finish_vcd(vcd_, lost_);
     }
     FILE *const file = std::exchange(file_, nullptr);
-    errno = 0;
-    bool good = std::fflush(file) == 0 && std::ferror(file) == 0;
-    good = (file == stdout || std::fclose(file) == 0) && good;
-    if (!good && !choice_.file.empty()) {
-        throw std::runtime_error(choice_.file + ": cannot be written: " + std::strerror(errno));
+    if (file != stdout) { // which is looked after when the program ends
+        errno = 0;
+        const bool failed = std::ferror(file) != 0;
+        if (std::fclose(file) != 0 || failed) {
+            const std::string reason = errno != 0 ? std::string(": ") + std::strerror(errno) : "";
+            throw std::runtime_error(choice_.file + ": cannot be written" + reason);
+        }
     }
     for (const auto &[bus, count] : lost_) {
         if (choice_.format == TraceFormat::vcd || !choice_.file.empty()) {
