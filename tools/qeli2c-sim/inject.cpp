@@ -80,6 +80,7 @@ read_fault(const Arguments &arguments, const simboard::BoardDescription &board, 
 int inject(const Arguments &arguments)
 {
     const bool adds = !arguments.fault.empty() || !arguments.plan.empty();
+    const bool lists = arguments.list || arguments.json;
     ChosenBoard board(arguments.board);
     simboard::BoardView &view = board.view();
     const uint32_t given = parse_seed(arguments.seed);
@@ -89,7 +90,7 @@ int inject(const Arguments &arguments)
     if (!faults) {
         return kUsage;
     }
-    if (!adds && !arguments.list && !arguments.clear) {
+    if (!adds && !lists && !arguments.clear) {
         throw UsageError("what to inject? A FAULT, --plan, --list or --clear");
     }
     if (!arguments.plan.empty()) {
@@ -100,7 +101,7 @@ int inject(const Arguments &arguments)
         simboard::clear_faults(view);
     }
     simboard::add_faults(view, *faults);
-    if (!arguments.list) {
+    if (!lists) {
         return kDone;
     }
     const auto there = simboard::read_faults(view);
@@ -143,7 +144,7 @@ void add_inject(CLI::App &app, Runner &runner)
     add_option(command, "--plan", arguments->plan, "FILE", "Adds the steps of a fault plan");
     add_flag(command, "--clear", arguments->clear, "Takes away all steps, before adding any");
     add_flag(command, "--list", arguments->list, "Prints the steps and how often each struck");
-    add_flag(command, "--json", arguments->json, "Prints them as JSON");
+    add_flag(command, "--json", arguments->json, "Prints that as JSON");
 }
 
 } // namespace runner
