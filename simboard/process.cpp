@@ -26,23 +26,28 @@ struct TaskStatus {
 
 constexpr unsigned long kExiting = 0x4; // PF_EXITING in the kernel's linux/sched.h
 
+// What fits of a file under /proc, as a string; 0 when it cannot be read.
+size_t read_text(const char *path, char *text, size_t room)
+{
+    // By number: `open` may be the shim's own.
+    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC));
+    const ssize_t size = fd < 0 ? -1 : read(fd, text, room - 1);
+    if (fd >= 0) {
+        close(fd);
+    }
+    text[size > 0 ? size : 0] = '\0';
+    return size > 0 ? static_cast<size_t>(size) : 0;
+}
+
 // Fields 3, 9 and 22 of proc_pid_stat(5); the name in field 2 may hold anything, so fields count
 // from its last ')'.
 TaskStatus read_status(const char *path)
 {
     TaskStatus status = {};
     char text[512];
-    // By number: `open` may be the shim's own.
-    const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC));
-    if (fd < 0) {
+    if (read_text(path, text, sizeof(text)) == 0) {
         return status;
     }
-    const ssize_t size = read(fd, text, sizeof(text) - 1);
-    close(fd);
-    if (size <= 0) {
-        return status;
-    }
-    text[size] = '\0';
     const char *field = strrchr(text, ')');
     if (field == nullptr || field[1] == '\0') {
         return status;
@@ -65,25 +70,36 @@ bool is_dead(const TaskStatus &status)
     return status.exiting || status.state == 'Z' || status.state == 'X' || status.state == 'x';
 }
 
-void take_record(ProcessRecord &record, int32_t pid, uint64_t start_ticks)
+struct Process {
+    int32_t pid;
+    uint64_t start_ticks;
+    char name[16];
+};
+
+void name_process(Process &process, const char *text, size_t length)
+{
+    memcpy(process.name, text, length < sizeof(process.name) ? length : sizeof(process.name) - 1);
+}
+
+void take_record(ProcessRecord &record, const Process &process)
 {
     // The counters that stand there stay, marked as another generation's, until each bus's holder
     // gets to them.
     record.pid.store(0, std::memory_order_release);
     record.generation++;
-    record.start_ticks = start_ticks;
-    snprintf(record.name, sizeof(record.name), "%s", program_invocation_short_name);
-    record.pid.store(pid, std::memory_order_release);
+    record.start_ticks = process.start_ticks;
+    memcpy(record.name, process.name, sizeof(record.name));
+    record.pid.store(process.pid, std::memory_order_release);
 }
 
-uint32_t find_record(State &state, int32_t pid, uint64_t start_ticks)
+uint32_t find_record(State &state, const Process &process)
 {
     uint32_t free_record = 0;
     for (uint32_t i = 1; i < kProcesses; i++) {
         ProcessRecord &record = state.processes[i];
         const int32_t owner = record.pid.load(std::memory_order_acquire);
-        if (owner == pid && record.start_ticks == start_ticks) {
-            snprintf(record.name, sizeof(record.name), "%s", program_invocation_short_name);
+        if (owner == process.pid && record.start_ticks == process.start_ticks) {
+            memcpy(record.name, process.name, sizeof(record.name));
             return i;
         }
         if (owner == 0 && free_record == 0) {
@@ -97,20 +113,19 @@ uint32_t find_record(State &state, int32_t pid, uint64_t start_ticks)
         }
     }
     if (free_record != 0) {
-        take_record(state.processes[free_record], pid, start_ticks);
+        take_record(state.processes[free_record], process);
     }
     return free_record;
 }
 
-uint32_t claim_record(State &state, int32_t pid)
+uint32_t claim_record(State &state, const Process &process)
 {
-    const uint64_t start_ticks = read_status("/proc/self/stat").start_ticks;
     sigset_t all;
     sigset_t former;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &former);
     lock_shared(state.process_mutex);
-    const uint32_t record = find_record(state, pid, start_ticks);
+    const uint32_t record = find_record(state, process);
     pthread_mutex_unlock(&state.process_mutex);
     pthread_sigmask(SIG_SETMASK, &former, nullptr);
     return record;
@@ -134,19 +149,53 @@ void watch_forks()
     }
 }
 
+void become(State &state, const Task &task, const Process &process)
+{
+    watch_forks();
+    cached_task.self = {task, claim_record(state, process)};
+    cached_task.state = &state;
+    cached_task.forks = forks.load(std::memory_order_acquire);
+}
+
+// The process that a task belongs to, from "Name:\tTEXT" and "Tgid:\tNUMBER" in proc_pid_status(5);
+// pid 0 when there is no such task.
+Process process_of(int32_t tid)
+{
+    Process process = {};
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d/status", tid);
+    char text[512];
+    const size_t size = read_text(path, text, sizeof(text));
+    const char *const name = size > 0 ? strstr(text, "Name:\t") : nullptr;
+    const char *const group = size > 0 ? strstr(text, "\nTgid:\t") : nullptr;
+    if (name == nullptr || group == nullptr) {
+        return process;
+    }
+    name_process(process, name + 6, strcspn(name + 6, "\n"));
+    process.pid = static_cast<int32_t>(strtol(group + 7, nullptr, 10));
+    snprintf(path, sizeof(path), "/proc/%d/stat", process.pid);
+    process.start_ticks = read_status(path).start_ticks;
+    return process;
+}
+
+Process own_process()
+{
+    Process process = {};
+    name_process(process, program_invocation_short_name, strlen(program_invocation_short_name));
+    process.pid = getpid();
+    process.start_ticks = read_status("/proc/self/stat").start_ticks;
+    return process;
+}
+
 } // namespace
 
 Self current_task(State &state)
 {
-    CachedTask &cached = cached_task;
-    const uint32_t now = forks.load(std::memory_order_acquire);
-    if (cached.forks != now || cached.state != &state) {
-        watch_forks();
+    const CachedTask &cached = cached_task;
+    if (cached.forks != forks.load(std::memory_order_acquire) || cached.state != &state) {
         const int saved = errno;
-        cached.self.task = {getpid(), static_cast<int32_t>(syscall(SYS_gettid))};
-        cached.self.record = claim_record(state, cached.self.task.pid);
-        cached.state = &state;
-        cached.forks = now;
+        const Process process = own_process();
+        become(state, {process.pid, static_cast<int32_t>(syscall(SYS_gettid))}, process);
         errno = saved;
     }
     return cached.self;
@@ -161,6 +210,16 @@ bool process_lives(int32_t pid, uint64_t start_ticks)
     snprintf(path, sizeof(path), "/proc/%d/stat", pid);
     const TaskStatus status = read_status(path);
     return !is_dead(status) && (status.start_ticks == 0 || status.start_ticks == start_ticks);
+}
+
+void act_for(State &state, int32_t tid)
+{
+    const Process process = process_of(tid);
+    if (process.pid != 0) {
+        become(state, {process.pid, tid}, process);
+    } else {
+        cached_task.state = nullptr;
+    }
 }
 
 void add_counters(Counters &sum, const Counters &counters)

@@ -17,6 +17,10 @@ struct Self {
 // own, a program started by exec keeps its process's.
 Self current_task(State &state);
 
+// From here on this thread acts for the task with that number, on whose behalf it got a request;
+// for itself when there is no such task that it can see.
+void act_for(State &state, int32_t tid);
+
 // The caller's counters on a bus that it holds, preserved and ready to be changed.
 Counters &own_counters(State &state, Bus &bus, uint32_t record);
 

@@ -4,11 +4,15 @@ if(NOT TARGET JsonCpp::JsonCpp)
     find_package(jsoncpp REQUIRED)
 endif()
 
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(fuse3 REQUIRED IMPORTED_TARGET fuse3)
+
 add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/check.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/chosen_board.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/color.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/command_line.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/cuse_requests.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/environment.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/faults.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/image.cpp
@@ -23,6 +27,7 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/run.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show_facts.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/serve.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/status.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/subject.cpp
@@ -38,6 +43,6 @@ target_compile_definitions(qeli2c_sim PRIVATE
     QELI2C_VERSION="${PROJECT_VERSION}"
     QELI2C_LIBRARY_ARCHITECTURE="${CMAKE_LIBRARY_ARCHITECTURE}")
 target_link_libraries(qeli2c_sim PRIVATE
-    simboard_board qeli2c_tool_parts qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
+    simboard_board qeli2c_tool_parts qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp PkgConfig::fuse3)
 # Not linked, but looked for beside the program.
 add_dependencies(qeli2c_sim qelsim boards)

@@ -39,6 +39,7 @@ void add_report(CLI::App &app, Runner &runner);
 void add_show(CLI::App &app, Runner &runner);
 void add_trace(CLI::App &app, Runner &runner);
 void add_inject(CLI::App &app, Runner &runner);
+void add_serve(CLI::App &app, Runner &runner);
 
 } // namespace runner
 

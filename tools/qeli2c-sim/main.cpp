@@ -28,6 +28,7 @@ void add_commands(CLI::App &app, runner::Runner &runner)
     runner::add_show(app, runner);
     runner::add_trace(app, runner);
     runner::add_inject(app, runner);
+    runner::add_serve(app, runner);
 }
 
 int fail(const std::string &message)

@@ -25,6 +25,7 @@ void add_owner_cases(Cases &cases);
 void add_crowd_cases(Cases &cases);
 void add_tool_cases(Cases &cases);
 void add_unit_test_cases(Cases &cases);
+void add_served_cases(Cases &cases); // the last: the machine's own devices are gone then
 
 } // namespace board
 

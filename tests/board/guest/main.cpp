@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,7 +56,7 @@ std::string how_it_ended(const Case &one, int status)
 bool run(const Case &one)
 {
     int ends[2];
-    if (pipe(ends) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0) // a case may leave a program running
         return false;
     const pid_t child = fork();
     if (child == 0) {
@@ -103,6 +104,7 @@ int main(int argc, char **argv)
     board::add_crowd_cases(cases);
     board::add_tool_cases(cases);
     board::add_unit_test_cases(cases);
+    board::add_served_cases(cases);
 
     const std::string prefix = argc > 2 ? argv[2] : "";
     board::link::open_line(argv[1]);
