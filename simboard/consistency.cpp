@@ -38,7 +38,8 @@ struct Findings {
 class Model
 {
 public:
-    explicit Model(const BoardDescription &description) : size_(state_size(description))
+    explicit Model(const BoardDescription &description)
+        : size_(static_cast<size_t>(state_size(description)))
     {
         void *const area = mmap(nullptr, size_, PROT_READ | PROT_WRITE,
                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

@@ -34,7 +34,7 @@ const struct {
      true},
     {"refusals",
      "qeli2c get 0/0x2f 0 2>&1; i2cget -y 0 0x2f 0; i2cget -y 0 0x20 0x20 wp; "
-     "head -c 9000 /dev/zero >/dev/i2c-0; echo $?",
+     "i2ctransfer -y 0 w1@0x2f 0",
      0, true},
     {"programs-at-once",
      "qeli2c-stress --processes 4 --threads 2 --seconds 3 "

@@ -22,9 +22,8 @@ namespace
 using board::Clock;
 using board::Machine;
 
-constexpr std::chrono::seconds time_limit(150);
-constexpr std::chrono::seconds time_without_a_word(65);
-constexpr std::chrono::seconds patience(2);
+constexpr std::chrono::seconds kTimeLimit(400);
+constexpr std::chrono::seconds kTimeWithoutAWord(100);
 
 // "machine COMMAND" or "property DEVICE PROPERTY VALUE".
 std::string do_as_asked(Machine &machine, const std::string &request)
@@ -83,28 +82,14 @@ void take(Machine &machine, Report &report, const std::string &line)
     (void)std::fflush(stdout);
 }
 
-// The emulator now and then loses the timer interrupt of a board that has nothing else to do, which
-// then sleeps for ever. Any other interrupt wakes it: an empty line does no harm.
-std::optional<std::string> next_word(Machine &machine, Clock::time_point end)
-{
-    const Clock::time_point until = std::min(end, Clock::now() + time_without_a_word);
-    while (Clock::now() < until) {
-        auto line = board::next_line(machine.results, std::min(until, Clock::now() + patience));
-        if (line)
-            return line;
-        if (!board::send_line(machine.results, ""))
-            break;
-    }
-    return std::nullopt;
-}
-
 int run(const std::string &image, const std::string &prefix)
 {
     Machine machine = board::start_machine(board::machine_arguments(image), prefix);
-    const Clock::time_point end = Clock::now() + time_limit;
+    const Clock::time_point end = Clock::now() + kTimeLimit;
     Report report;
     while (!report.complete) {
-        const auto line = next_word(machine, end);
+        const auto line =
+            board::next_line(machine.results, std::min(end, Clock::now() + kTimeWithoutAWord));
         if (!line)
             break;
         take(machine, report, *line);
