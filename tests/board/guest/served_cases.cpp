@@ -35,7 +35,7 @@ const struct {
     {"refusals",
      "qeli2c get 0/0x2f 0 2>&1; i2cget -y 0 0x2f 0; i2cget -y 0 0x20 0x20 wp; "
      "i2ctransfer -y 0 w1@0x2f 0",
-     0, true},
+     1, true},
     {"programs-at-once",
      "qeli2c-stress --processes 4 --threads 2 --seconds 3 "
      "--device board-status,fan0,id-registers >/tmp/stress.log 2>&1 || "
