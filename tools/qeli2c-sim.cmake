@@ -25,9 +25,9 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/report_locks.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/reset.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/run.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/serve.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show_facts.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/serve.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/status.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/subject.cpp

@@ -22,8 +22,8 @@ namespace
 using board::Clock;
 using board::Machine;
 
-constexpr std::chrono::seconds kTimeLimit(400);
-constexpr std::chrono::seconds kTimeWithoutAWord(100);
+constexpr std::chrono::seconds kTimeLimit(900);
+constexpr std::chrono::seconds kTimeWithoutAWord(150);
 
 // "machine COMMAND" or "property DEVICE PROPERTY VALUE".
 std::string do_as_asked(Machine &machine, const std::string &request)
