@@ -11,6 +11,7 @@ target_include_directories(qeli2c_tool_parts PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_
 target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description)
 
 add_executable(qeli2c_program
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/batch.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/bus.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/chart.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/child.cpp
@@ -27,6 +28,7 @@ add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/manual.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/monitor.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/muted.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/output.cpp
@@ -47,3 +49,15 @@ set_target_properties(qeli2c_program PROPERTIES OUTPUT_NAME qeli2c)
 target_compile_definitions(qeli2c_program PRIVATE QELI2C_VERSION="${PROJECT_VERSION}")
 target_link_libraries(qeli2c_program PRIVATE
     qeli2c_tool_parts qeli2c qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
+
+# The manual page and the completion are what the program tells of itself.
+if(NOT CMAKE_CROSSCOMPILING)
+    set(manual ${CMAKE_BINARY_DIR}/share/man/man1/qeli2c.1)
+    set(completion ${CMAKE_BINARY_DIR}/share/bash-completion/completions/qeli2c)
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/share/man/man1 ${CMAKE_BINARY_DIR}/share/bash-completion/completions)
+    add_custom_command(OUTPUT ${manual} ${completion}
+        COMMAND qeli2c_program --man > ${manual}
+        COMMAND qeli2c_program --completion bash > ${completion}
+        DEPENDS qeli2c_program VERBATIM)
+    add_custom_target(qeli2c_manual ALL DEPENDS ${manual} ${completion})
+endif()

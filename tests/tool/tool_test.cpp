@@ -139,4 +139,51 @@ TEST(Tool, InterruptedCommandsLeaveNothingHeldAndNoPathOpen)
     }
 }
 
+TEST(Tool, AnInterruptedEepromImageIsResumedAndTheJudgeFindsNothing)
+{
+    constexpr uint32_t kSize = 65536;
+    Board board(reference_board());
+    const std::string image = board.directory() + "/image";
+    ASSERT_EQ(run("seq 1 20000 | head -c 65536 >" + image).status, 0);
+    const std::string line = "exec qeli2c eeprom write id-eeprom --fast " + image;
+    const Command command = start(line);
+    wait_for_transfers(board, 2000);
+    kill(command.child, SIGINT);
+    const Ended ended = end_of(command);
+    EXPECT_EQ(ended.status, 128 + SIGINT);
+    EXPECT_TRUE(contains(ended.err, "interrupted: ")) << ended.err;
+    const std::string tail = " of 65536 bytes are written; --update goes on from here\n";
+    EXPECT_TRUE(ended.err.ends_with(tail)) << ended.err;
+    const size_t said = ended.err.find("interrupted: ") + sizeof("interrupted: ") - 1;
+    const auto written = static_cast<uint32_t>(std::stoul(ended.err.substr(said)));
+    EXPECT_TRUE(written > 0 && written < kSize) << written;
+    EXPECT_EQ(board.peek("id-eeprom", written, 128), std::vector<uint8_t>(128, 0xff))
+        << "nothing is written beyond what it says";
+
+    const Ended resumed = run(line + " --update --json");
+    EXPECT_EQ(resumed.status, 0) << resumed.err;
+    EXPECT_TRUE(contains(resumed.out, "\"equal_pages\": " + std::to_string(written / 128) + ","))
+        << resumed.out;
+    EXPECT_EQ(run("qeli2c eeprom read id-eeprom --fast | cmp - " + image).status, 0);
+    EXPECT_EQ(board.peek("sw-main"), 0);
+    EXPECT_EQ(board.wrongs(), "");
+}
+
+TEST(Tool, ShowsAPersonHowFarItGotAndAProgramNothing)
+{
+    Board board(reference_board());
+    const std::string line =
+        "seq 1 3000 | head -c 8192 | qeli2c eeprom write id-eeprom --no-verify";
+    const Ended seen = run_on_terminal("LC_ALL=C.UTF-8 " + line);
+    EXPECT_TRUE(contains(seen.out, "\033[36m█")) << seen.out;
+    EXPECT_TRUE(contains(seen.out, " of 1.0 KiB")) << seen.out;
+    EXPECT_TRUE(contains(seen.out, " left")) << seen.out;
+    const Ended plain = run_on_terminal("NO_COLOR=1 qeli2c power power-5v --watch --count 2 "
+                                        "--interval 50");
+    EXPECT_TRUE(contains(plain.out, "5.00 V|")) << plain.out;
+    EXPECT_FALSE(contains(plain.out, "\033[3")) << "coloured: " << plain.out;
+    EXPECT_FALSE(contains(run(line).err, "\r"));
+    EXPECT_EQ(board.wrongs(), "");
+}
+
 } // namespace

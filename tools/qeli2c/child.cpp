@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,9 +45,14 @@ void pass_on(int number)
     _exit(errno == ENOENT ? 127 : 126);
 }
 
+constexpr int kSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+struct sigaction g_before[std::size(kSignals)]; // how they were handled before the child
+
 int exit_status(int status)
 {
     g_child = 0;
+    for (size_t i = 0; i < std::size(kSignals); i++)
+        sigaction(kSignals[i], &g_before[i], nullptr);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -53,7 +60,11 @@ int exit_status(int status)
 
 pid_t start_child(const std::vector<std::string> &words)
 {
+    std::cout.flush();
+    std::fflush(stdout);
     // From before the start on, so that no signal finds this process unprepared.
+    for (size_t i = 0; i < std::size(kSignals); i++)
+        sigaction(kSignals[i], nullptr, &g_before[i]);
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
     struct sigaction action {

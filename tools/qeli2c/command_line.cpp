@@ -1,12 +1,15 @@
-// The command line, parsed by CLI11. The one file that includes it: it takes long to compile.
+// The command line, parsed by CLI11. It takes long to compile: only this file and the manual's
+// include it.
 #include "command_line.h"
 
 #include "failure.h"
+#include "manual.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <iostream>
 #include <memory>
 #include <utility>
 
@@ -60,7 +63,7 @@ const struct {
     {"scan", add_scan},     {"get", add_get},     {"set", add_set},         {"dump", add_dump},
     {"xfer", add_xfer},     {"smbus", add_smbus}, {"gpio", add_gpio},       {"epld", add_epld},
     {"eeprom", add_eeprom}, {"power", add_power}, {"retimer", add_retimer}, {"switch", add_switch},
-    {"bus", add_bus},       {"list", add_list},   {"info", add_info},
+    {"bus", add_bus},       {"list", add_list},   {"info", add_info},       {"batch", add_batch},
 };
 
 // Describing them all takes longer than most commands do, so only those are described whose names
@@ -93,6 +96,18 @@ void describe(CLI::App &app, Tool &tool)
                "channel 3 of the switch at 0x71, to 0x50. Numbers are decimal, 0x or 0b.\n"
                "Without --board and $QELI2C_BOARD, /etc/qeli2c/board.json is read if it\n"
                "exists. Exit status: 0 done, 1 failed, 2 wrong usage.");
+}
+
+// How the build makes the manual page and the completion.
+bool write_manual(const CLI::App &app, const std::vector<std::string> &words)
+{
+    if (words == std::vector<std::string>{"--man"})
+        std::cout << manual_page(app);
+    else if (words == std::vector<std::string>{"--completion", "bash"})
+        std::cout << bash_completion(app);
+    else
+        return false;
+    return true;
 }
 
 Failure usage_failure(const CLI::App &app, std::string message)
@@ -166,6 +181,8 @@ void parse_command_line(const std::vector<std::string> &words, Tool &tool)
                  "qeli2c");
     describe(app, tool);
     add_commands(app, tool, words);
+    if (write_manual(app, words))
+        return;
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success &success) {

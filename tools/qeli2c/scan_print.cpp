@@ -47,7 +47,9 @@ std::string label_of(const Entry &entry)
 {
     const std::string state = state_of(entry);
     std::string text = hex(entry.address, 2) + "  ";
-    text += entry.known ? entry.known->name + " (" + entry.known->type + ")" : "unknown device";
+    text += entry.known              ? entry.known->name + " (" + entry.known->type + ")"
+            : entry.channels.empty() ? "unknown device"
+                                     : "unknown switch";
     if (state == "driver")
         text += "  UU: a kernel driver owns it";
     else if (state == "missing")

@@ -44,6 +44,7 @@ void add_epld(CLI::App &app, Tool &tool);
 void add_retimer(CLI::App &app, Tool &tool);
 void add_switch(CLI::App &app, Tool &tool);
 void add_bus(CLI::App &app, Tool &tool);
+void add_batch(CLI::App &app, Tool &tool);
 void add_list(CLI::App &app, Tool &tool);
 void add_info(CLI::App &app, Tool &tool);
 
