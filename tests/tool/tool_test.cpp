@@ -8,6 +8,7 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <thread>
+#include <unistd.h>
 
 using simboard::testing::Board;
 using simboard::testing::reference_board;
@@ -143,7 +144,7 @@ TEST(Tool, AnInterruptedEepromImageIsResumedAndTheJudgeFindsNothing)
 {
     constexpr uint32_t kSize = 65536;
     Board board(reference_board());
-    const std::string image = board.directory() + "/image";
+    const std::string image = testing::TempDir() + "qeli2c-image-" + std::to_string(getpid());
     ASSERT_EQ(run("seq 1 20000 | head -c 65536 >" + image).status, 0);
     const std::string line = "exec qeli2c eeprom write id-eeprom --fast " + image;
     const Command command = start(line);
@@ -166,15 +167,16 @@ TEST(Tool, AnInterruptedEepromImageIsResumedAndTheJudgeFindsNothing)
         << resumed.out;
     EXPECT_EQ(run("qeli2c eeprom read id-eeprom --fast | cmp - " + image).status, 0);
     EXPECT_EQ(board.peek("sw-main"), 0);
+    unlink(image.c_str());
     EXPECT_EQ(board.wrongs(), "");
 }
 
 TEST(Tool, ShowsAPersonHowFarItGotAndAProgramNothing)
 {
     Board board(reference_board());
-    const std::string line =
-        "seq 1 3000 | head -c 8192 | qeli2c eeprom write id-eeprom --no-verify";
-    const Ended seen = run_on_terminal("LC_ALL=C.UTF-8 " + line);
+    const std::string line = "seq 1 3000 | head -c 1024 | LC_ALL=C.UTF-8 qeli2c eeprom write "
+                             "id-eeprom --no-verify";
+    const Ended seen = run_on_terminal(line);
     EXPECT_TRUE(contains(seen.out, "\033[36m█")) << seen.out;
     EXPECT_TRUE(contains(seen.out, " of 1.0 KiB")) << seen.out;
     EXPECT_TRUE(contains(seen.out, " left")) << seen.out;

@@ -139,7 +139,8 @@ Played play(const std::string &transcript, const std::string &directory)
         }
         const Ended ended = run(line);
         stage.show(ended);
-        if (line.find("--json") != std::string::npos && line.find('|') == std::string::npos)
+        const auto has = [&line](const char *text) { return line.find(text) != std::string::npos; };
+        if (has("--json") && !has("|") && !has("qeli2c batch")) // one document
             stage.played.json.emplace_back(line, ended.out);
     }
     stage.played.wrongs += stage.board->wrongs();
