@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 
@@ -77,6 +78,13 @@ int make_file(const std::string &path, off_t size)
         fail(path);
     }
     return fd;
+}
+
+void make_directory(const std::string &path)
+{
+    if (mkdir(path.c_str(), 0700) < 0) {
+        fail(path);
+    }
 }
 
 void write_file(const std::string &path, const std::string &text)
@@ -173,6 +181,37 @@ int lock_owner(const std::string &directory, int flags)
     return fd;
 }
 
+// What listing tools read of a bus: the entries of sysfs that i2c-dev and its adapters have.
+void describe_adapter(const std::string &directory, const std::string &board, uint32_t bus)
+{
+    const std::string name = "i2c-" + std::to_string(bus);
+    const std::string adapter = directory + "/class/i2c-adapter/" + name;
+    const std::string device = directory + "/class/i2c-dev/" + name;
+    const std::string text = board + " bus " + std::to_string(bus) + "\n";
+    make_directory(adapter);
+    make_directory(device);
+    write_file(adapter + "/name", text);
+    write_file(device + "/name", text);
+    write_file(device + "/dev", "89:" + std::to_string(bus) + "\n");
+    const std::string upward = "../../i2c-adapter/" + name;
+    const std::string across = "../../../class/i2c-adapter/" + name;
+    if (symlink(upward.c_str(), (device + "/device").c_str()) < 0 ||
+        symlink(across.c_str(), (directory + "/bus/i2c/devices/" + name).c_str()) < 0) {
+        fail(device);
+    }
+}
+
+void describe_adapters(const std::string &directory, const BoardDescription &description)
+{
+    for (const char *name : {"", "/class", "/class/i2c-adapter", "/class/i2c-dev", "/bus",
+                             "/bus/i2c", "/bus/i2c/devices"}) {
+        make_directory(directory + name);
+    }
+    for (const uint32_t bus : description.buses) {
+        describe_adapter(directory, description.name, bus);
+    }
+}
+
 int fill_directory(const std::string &directory, const BoardDescription &description,
                    const std::string &text, const BoardOptions &options)
 {
@@ -183,6 +222,7 @@ int fill_directory(const std::string &directory, const BoardDescription &descrip
     close(make_file(directory + "/mem", kPhysicalMemory));
     write_bus_status(directory, description);
     write_file(directory + "/board.json", text);
+    describe_adapters(directory + "/sys", description);
     if (!options.name.empty()) {
         return -1;
     }
@@ -367,6 +407,8 @@ void delete_board(const std::string &directory)
     for (uint32_t bus = 0; bus < kBuses; bus++) {
         unlink((directory + "/i2c-" + std::to_string(bus)).c_str());
     }
+    std::error_code error; // what cannot be removed shows when the directory cannot be
+    std::filesystem::remove_all(directory + "/sys", error);
     for (const char *name :
          {"/mem", "/board.json", "/state", "/owner"}) { // who holds the owner may delete
         unlink((directory + name).c_str());

@@ -4,6 +4,8 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include "simboard/shim.h"
+
 namespace simboard
 {
 
@@ -15,12 +17,20 @@ namespace
 constexpr off_t kMagic = 0x5a3;
 constexpr off_t kMagicShift = 32;
 
+using SeekCall = off_t (*)(int, off_t, int);
+
+// Past the shim's own lseek, which knows devices as something that cannot be positioned.
+off_t seek(int fd, off_t offset, int whence)
+{
+    return NEXT(SeekCall, "lseek64")(fd, offset, whence);
+}
+
 } // namespace
 
 bool read_descriptor(int fd, Descriptor &descriptor)
 {
     const int saved = errno;
-    const off_t offset = lseek(fd, 0, SEEK_CUR);
+    const off_t offset = seek(fd, 0, SEEK_CUR);
     errno = saved;
     if (offset < 0 || offset >> kMagicShift != kMagic) {
         return false;
@@ -38,7 +48,7 @@ bool write_descriptor(int fd, const Descriptor &descriptor)
     const off_t offset = kMagic << kMagicShift | off_t{descriptor.board} << 16 |
                          off_t{descriptor.bus} << 12 | off_t{descriptor.ten_bit} << 11 |
                          off_t{descriptor.pec} << 10 | off_t{descriptor.address};
-    return lseek(fd, offset, SEEK_SET) == offset;
+    return seek(fd, offset, SEEK_SET) == offset;
 }
 
 } // namespace simboard

@@ -16,6 +16,7 @@
 #include "simboard/fault.h"
 #include "simboard/i2c_dev.h"
 #include "simboard/judge.h"
+#include "simboard/open_device.h"
 #include "simboard/open_devices.h"
 #include "simboard/shim.h"
 
@@ -32,104 +33,6 @@ using FcntlCall = int (*)(int, int, ...);
 using FlockCall = int (*)(int, int);
 using LockfCall = int (*)(int, int, long);
 using Lockf64Call = int (*)(int, int, off_t);
-
-enum class Place { elsewhere, nowhere, bus, memory };
-
-// What a path stands for. Only canonical paths are taken, as the kernel's devtmpfs names them.
-Place find_place(const char *path, unsigned &bus)
-{
-    // A null path, which open answers with EFAULT, shows as an address like any other here.
-    if (reinterpret_cast<uintptr_t>(path) < 4096 || strncmp(path, "/dev/", 5) != 0) {
-        return Place::elsewhere;
-    }
-    const char *const name = path + 5;
-    if (strcmp(name, "mem") == 0) {
-        return Place::memory;
-    }
-    if (strncmp(name, "i2c/", 4) == 0) {
-        return Place::nowhere; // an old naming scheme that tools still try
-    }
-    if (strncmp(name, "i2c-", 4) != 0 || name[4] < '0' || name[4] > '9') {
-        return Place::elsewhere;
-    }
-    const char *digit = name + 4;
-    bus = 0;
-    while (*digit >= '0' && *digit <= '9' && bus < 100000) {
-        bus = bus * 10 + static_cast<unsigned>(*digit++ - '0');
-    }
-    const bool leading_zero = name[4] == '0' && digit != name + 5;
-    return *digit != '\0' || leading_zero ? Place::nowhere : Place::bus;
-}
-
-int open_stand_in(const Attachment &board, const char *name, int flags)
-{
-    char path[PATH_MAX + 16];
-    snprintf(path, sizeof(path), "%s/%s", board.directory, name);
-    // A device is not emptied by O_TRUNC nor limited in size; and nothing is ever created here.
-    const int device_flags = (flags & ~(O_TRUNC | O_CREAT)) | O_LARGEFILE;
-    return NEXT(OpenatCall, "openat64")(AT_FDCWD, path, device_flags);
-}
-
-int open_bus(const Attachment &board, unsigned bus, int flags)
-{
-    if (bus >= kBuses || board.state->buses[bus].described == 0) {
-        errno = ENOENT;
-        return -1;
-    }
-    Bus &described = board.state->buses[bus];
-    if (has_faults(*board.state, described, kInCalls)) {
-        const int error = strike_call(*board.state, described, kCallOpen, 0);
-        if (error != 0) {
-            errno = error;
-            return -1;
-        }
-    }
-    char name[16];
-    snprintf(name, sizeof(name), "i2c-%u", bus);
-    const int fd = open_stand_in(board, name, flags);
-    if (fd < 0) {
-        return fd;
-    }
-    Descriptor descriptor;
-    descriptor.board = board.state->header.id;
-    descriptor.bus = static_cast<uint8_t>(bus);
-    if (!write_descriptor(fd, descriptor) &&
-        errno != EBADF) { // EBADF: O_PATH, which allows no ioctl either
-        const int saved = errno;
-        close(fd);
-        errno = saved;
-        return -1;
-    }
-    mark_device(fd);
-    return fd;
-}
-
-// Opens a board's device. False when the path is none, and the next definition shall have it.
-bool open_device(const char *path, int flags, int &fd)
-{
-    unsigned bus = 0;
-    const Place place = find_place(path, bus);
-    if (place == Place::elsewhere || !wants_board()) {
-        return false;
-    }
-    // A board that cannot be used never gives way to the machine's own devices.
-    const Attachment *const board = attach_board();
-    fd = -1;
-    if (board == nullptr) {
-        return true;
-    }
-    const bool must_be_new = (flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL);
-    if (place == Place::nowhere) {
-        errno = ENOENT;
-    } else if (must_be_new) {
-        errno = EEXIST;
-    } else if (place == Place::memory) {
-        fd = open_stand_in(*board, "mem", flags);
-    } else {
-        fd = open_bus(*board, bus, flags);
-    }
-    return true;
-}
 
 bool takes_mode(int flags)
 {
@@ -316,52 +219,57 @@ int shim_open(const char *path, int flags, ...)
 {
     TAKE_MODE(flags, mode)
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "open")(path, flags, mode);
+    return open_device(AT_FDCWD, path, flags, fd) ? fd : NEXT(OpenCall, "open")(path, flags, mode);
 }
 
 int shim_open64(const char *path, int flags, ...)
 {
     TAKE_MODE(flags, mode)
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "open64")(path, flags, mode);
+    return open_device(AT_FDCWD, path, flags, fd) ? fd
+                                                  : NEXT(OpenCall, "open64")(path, flags, mode);
 }
 
 int shim_openat(int dir, const char *path, int flags, ...)
 {
     TAKE_MODE(flags, mode)
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "openat")(dir, path, flags, mode);
+    return open_device(dir, path, flags, fd) ? fd
+                                             : NEXT(OpenatCall, "openat")(dir, path, flags, mode);
 }
 
 int shim_openat64(int dir, const char *path, int flags, ...)
 {
     TAKE_MODE(flags, mode)
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "openat64")(dir, path, flags, mode);
+    return open_device(dir, path, flags, fd) ? fd
+                                             : NEXT(OpenatCall, "openat64")(dir, path, flags, mode);
 }
 
 int shim_open_2(const char *path, int flags)
 {
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "__open_2")(path, flags);
+    return open_device(AT_FDCWD, path, flags, fd) ? fd : NEXT(OpenCall, "__open_2")(path, flags);
 }
 
 int shim_open64_2(const char *path, int flags)
 {
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenCall, "__open64_2")(path, flags);
+    return open_device(AT_FDCWD, path, flags, fd) ? fd : NEXT(OpenCall, "__open64_2")(path, flags);
 }
 
 int shim_openat_2(int dir, const char *path, int flags)
 {
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "__openat_2")(dir, path, flags);
+    return open_device(dir, path, flags, fd) ? fd
+                                             : NEXT(OpenatCall, "__openat_2")(dir, path, flags);
 }
 
 int shim_openat64_2(int dir, const char *path, int flags)
 {
     int fd;
-    return open_device(path, flags, fd) ? fd : NEXT(OpenatCall, "__openat64_2")(dir, path, flags);
+    return open_device(dir, path, flags, fd) ? fd
+                                             : NEXT(OpenatCall, "__openat64_2")(dir, path, flags);
 }
 
 int shim_ioctl(int fd, unsigned long number, ...)

@@ -18,9 +18,9 @@ struct Transfer {
     uint8_t pec;        // checksum of what goes before the last message
 };
 
-// Number of messages, fewer than asked for only by a fault; or a negative errno as a bit-banging adapter gives it: ENXIO when an address
-// is not acknowledged, EIO when a byte is not, EPROTO for a block count that is none, EBADMSG for a
-// wrong PEC.
+// Number of messages, fewer than asked for only by a fault; or a negative errno as a bit-banging
+// adapter gives it: ENXIO when an address is not acknowledged, EIO when a byte is not, EPROTO for a
+// block count that is none, EBADMSG for a wrong PEC.
 int run_transfer(State &state, Bus &bus, Transfer &transfer);
 
 } // namespace simboard

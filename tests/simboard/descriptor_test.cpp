@@ -1,10 +1,14 @@
 // Opening devices, and what open descriptors share.
 #include <dlfcn.h>
+#include <glob.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/sem.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 
 #include "child.h"
@@ -77,6 +81,58 @@ TEST(Descriptor, IsAlwaysReadableAndWritable)
     FD_SET(bus.fd(), &readable);
     timeval none = {0, 0};
     EXPECT_EQ(select(bus.fd() + 1, &readable, nullptr, nullptr, &none), 1);
+}
+
+TEST(Descriptor, IsACharacterDeviceWithoutPosition)
+{
+    Board board(reference_board());
+    const Device bus(9);
+    struct stat status;
+    ASSERT_EQ(fstat(bus.fd(), &status), 0);
+    EXPECT_TRUE(S_ISCHR(status.st_mode));
+    EXPECT_EQ(status.st_rdev, makedev(89, 9));
+    EXPECT_EQ(lseek(bus.fd(), 0, SEEK_SET), -1);
+    EXPECT_EQ(errno, ESPIPE);
+    const int epoll = epoll_create1(EPOLL_CLOEXEC);
+    epoll_event event = {};
+    EXPECT_EQ(epoll_ctl(epoll, EPOLL_CTL_ADD, bus.fd(), &event), -1);
+    EXPECT_EQ(errno, EPERM); // as of a device without a poll operation
+    close(epoll);
+    close_range(static_cast<unsigned>(bus.fd()) + 1, ~0U, 0);
+    EXPECT_EQ(bus.request(I2C_SLAVE, 0x58), 0);
+}
+
+TEST(Stream, TransfersByItsFunctionsAndItsDescriptor)
+{
+    Board board(reference_board());
+    FILE *const stream = fopen("/dev/i2c-7", "r+e");
+    ASSERT_NE(stream, nullptr);
+    setbuf(stream, nullptr);
+    ASSERT_EQ(ioctl(fileno(stream), I2C_SLAVE, 0x30), 0);
+    const unsigned char write[] = {0x20, 0xa5, 0x5a};
+    EXPECT_EQ(fwrite(write, 1, 3, stream), 3U);
+    EXPECT_EQ(board.peek("scratch-registers", 0x20, 2), (Bytes{0xa5, 0x5a}));
+    unsigned char read[2] = {};
+    EXPECT_EQ(fwrite(write, 1, 1, stream), 1U);
+    EXPECT_EQ(fread(read, 1, 2, stream), 2U);
+    EXPECT_EQ(read[1], 0x5a);
+    ASSERT_EQ(ioctl(fileno(stream), I2C_SLAVE, 0x31), 0);
+    EXPECT_EQ(fread(read, 1, 2, stream), 0U);
+    EXPECT_NE(ferror(stream), 0);
+    const int fd = fileno(stream);
+    EXPECT_EQ(fclose(stream), 0);
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    EXPECT_EQ(fopen("/dev/i2c-16", "r"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+
+    FILE *const other = fopen("/dev/null", "r");
+    ASSERT_NE(freopen("/dev/i2c-7", "r+", other), nullptr);
+    ASSERT_EQ(ioctl(fileno(other), I2C_SLAVE, 0x30), 0);
+    fclose(other);
+    glob_t found;
+    EXPECT_EQ(glob("/dev/i2c-*", 0, nullptr, &found), 0);
+    EXPECT_EQ(found.gl_pathc, 16U);
+    globfree(&found);
 }
 
 TEST(Open, TakesTheDevicesOfTheBoardAndNothingElse)

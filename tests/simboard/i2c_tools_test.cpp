@@ -167,4 +167,67 @@ TEST(I2cTransfer, CombinesMessagesThroughTwoSwitches)
     EXPECT_EQ(board.run("qeli2c-sim report >/dev/null").status, 0);
 }
 
+TEST(I2cDetect, ListsTheBoardsBusesAndWhatTheyCan)
+{
+    const SharedBoard board;
+    std::string expected;
+    for (int bus = 0; bus < 16; bus++) {
+        const std::string number = std::to_string(bus);
+        expected += "i2c-" + number + "\ti2c\treference bus " + number + "\tI2C adapter\n";
+    }
+    EXPECT_EQ(board.run("i2cdetect -l | sed 's/ *\t/\t/g' | sort -V").out, expected);
+    const std::string functions = board.run("i2cdetect -F 4").out;
+    for (const char *line :
+         {"I2C                              yes\n", "SMBus Block Read                 yes\n",
+          "SMBus PEC                        yes\n"}) {
+        EXPECT_NE(functions.find(line), std::string::npos) << line << functions;
+    }
+}
+
+// What other programs see of the devices, without a word of theirs that knows of boards.
+TEST(Programs, FindTheBoardsDevicesAsTheMachines)
+{
+    const SharedBoard board;
+    const struct {
+        const char *command;
+        const char *out;
+    } rows[] = {
+        {"ls /dev | grep -c '^i2c-[0-9]*$'", "16\n"},
+        {"ls -l /dev/i2c-3 | cut -d ' ' -f 1,5,6", "crw------- 89, 3\n"},
+        {"find /dev -maxdepth 1 -name 'i2c-*' -type c | wc -l", "16\n"},
+        {"cd /dev; stat -c '%F %t:%T %s' i2c-12 /dev/mem",
+         "character special file 59:c 0\ncharacter special file 1:1 0\n"},
+        {"sh -c 'test -c /dev/i2c-15 && test -r /dev/i2c-15 && ! test -e /dev/i2c-16 && echo so'",
+         "so\n"},
+        {"cat /sys/class/i2c-dev/i2c-4/name /sys/class/i2c-dev/i2c-4/device/name"
+         " /sys/bus/i2c/devices/i2c-4/name /sys/class/i2c-adapter/i2c-4/name | uniq -c |"
+         " sed 's/^ *//'",
+         "4 reference bus 4\n"},
+        {"cat /sys/class/i2c-dev/i2c-4/dev; readlink /sys/class/i2c-dev/i2c-4/device",
+         "89:4\n../../i2c-adapter/i2c-4\n"},
+        {"ls /sys/class/i2c-adapter | wc -l; mount | grep -c i2c", "16\n0\n"},
+        {"sh -c 'echo /dev/i2c-1?'", "/dev/i2c-10 /dev/i2c-11 /dev/i2c-12 /dev/i2c-13 /dev/i2c-14 "
+                                     "/dev/i2c-15\n"},
+    };
+    for (const auto &row : rows) {
+        const Finished finished = board.run(row.command);
+        EXPECT_EQ(finished.out, row.out) << row.command;
+        EXPECT_EQ(finished.err, "") << row.command;
+    }
+}
+
+TEST(Python, ReadsThroughItsIoctl)
+{
+    const SharedBoard board;
+    const std::string program = PYTHON3 " " EXAMPLES "/read_eeprom.py ";
+    const std::vector<uint8_t> bytes = pattern(64);
+    board.poke("fru-eeprom", 0xff00, bytes);
+    EXPECT_EQ(board.run(program + "0 0x50 0xff00 64").out, hex(bytes, "", " ") + "\n");
+    const Finished absent = board.run(program + "0 0x57 0 1");
+    EXPECT_EQ(absent.err, "read_eeprom.py: bus 0, address 0x57: No such device or address\n");
+    EXPECT_EQ(absent.status, 1);
+    EXPECT_EQ(board.run(program + "16 0x50 0 1").err,
+              "read_eeprom.py: bus 16, address 0x50: No such file or directory\n");
+}
+
 } // namespace
