@@ -162,8 +162,13 @@ DIR *shim_fdopendir(int fd)
     return dir != nullptr && wants_board() && is_device_directory(fd) ? follow(dir) : dir;
 }
 
+// On 32 bits this name's entries have a layout of their own; the machine's have to do there.
 dirent *shim_readdir(DIR *dir)
 {
+    if (sizeof(long) != 8) {
+        using Call = dirent *(*)(DIR *);
+        return NEXT(Call, "readdir")(dir);
+    }
     return read_entry(dir, &Listing::entry, [](DIR *from) {
         using Call = dirent *(*)(DIR *);
         return NEXT(Call, "readdir")(from);
@@ -196,6 +201,9 @@ int shim_closedir(DIR *dir)
 
 int shim_glob(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found)
 {
+    if (sizeof(long) != 8) {
+        return NEXT(GlobCall, "glob")(pattern, flags, on_error, found);
+    }
     return match(NEXT(GlobCall, "glob"), pattern, flags, on_error, found);
 }
 

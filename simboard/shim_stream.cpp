@@ -33,7 +33,7 @@ struct Stream {
 Stream streams[kStreams];
 std::atomic<uint32_t> stream_count{0}; // slots ever used
 
-FILE *const kClaimed = reinterpret_cast<FILE *>(&streams);
+FILE *const kClaimed = static_cast<FILE *>(static_cast<void *>(&streams)); // no stream is there
 
 Stream *claim_slot()
 {
