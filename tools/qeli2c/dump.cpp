@@ -109,7 +109,7 @@ void print_heading(const Access &access)
     for (uint32_t i = 0; i < kRowBytes; i += access.value_width)
         line += std::string(static_cast<size_t>(width) - 1, ' ') + hex(i, 1).substr(2) + " ";
     if (access.value_width == 1)
-        line += "   0123456789abcdef";
+        line += "    0123456789abcdef";
     line.erase(line.find_last_not_of(' ') + 1);
     std::cout << line << "\n";
 }

@@ -6,6 +6,7 @@
 
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <json/writer.h>
@@ -166,6 +167,16 @@ size_t terminal_columns(int fd)
 {
     winsize size{};
     return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kColumns;
+}
+
+bool paints()
+{
+    return isatty(STDOUT_FILENO) && std::getenv("NO_COLOR") == nullptr;
+}
+
+std::string painted(const char *code, const std::string &text)
+{
+    return paints() ? "\033[" + std::string(code) + "m" + text + "\033[0m" : text;
 }
 
 bool writes_utf8()

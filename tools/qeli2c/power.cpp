@@ -40,6 +40,7 @@ struct Monitor {
 };
 
 constexpr size_t kHistory = 80;
+constexpr size_t kTableColumns = 53; // left of the charts of several monitors
 
 Calibration choose_calibration(const PowerArguments &arguments, const Board &board,
                                const DevicePath &path)
@@ -186,25 +187,20 @@ void print_csv(const std::vector<Monitor> &monitors, double seconds, bool headin
 
 struct Screen {
     bool utf8 = writes_utf8();
-    bool colour = std::getenv("NO_COLOR") == nullptr;
     size_t columns = std::clamp<size_t>(terminal_columns(STDOUT_FILENO), 60, 80);
     std::string text;
 
     void line(const std::string &content) { text += content + "\033[K\n"; }
-    std::string painted(const char *code, const std::string &content) const
-    {
-        return colour ? "\033[" + std::string(code) + "m" + content + "\033[0m" : content;
-    }
 };
 
-// A scale that does not jump about: some room above, and the floor at 0 unless the values keep far
-// from it.
+// From 0 on where the values vary much; else only where they are, so that small changes show.
 void scale_of(const std::deque<double> &values, double &low, double &high)
 {
     const auto [least, most] = std::minmax_element(values.begin(), values.end());
-    high = *most > 0 ? *most : 1;
-    low = *least > 0.5 * *most ? *least - (*most - *least) - 0.02 * *most : 0;
-    low = std::max(low, 0.0);
+    const double span = std::max(*most - *least, *most > 0 ? 0.02 * *most : 1);
+    const bool narrow = span < 0.25 * *most;
+    low = narrow ? *least - span / 2 : 0;
+    high = narrow ? *most + span / 2 : *most + 0.05 * span;
 }
 
 void draw_chart_of(Screen &screen, const std::deque<double> &values, const char *unit,
@@ -223,7 +219,7 @@ void draw_chart_of(Screen &screen, const std::deque<double> &values, const char 
             axis = right(fixed(high, 2), 8) + " " + unit;
         else if (row + 1 == rows)
             axis = right(fixed(low, 2), 8) + " " + unit;
-        screen.line(axis + (screen.utf8 ? "┤" : "|") + screen.painted(code, lines[row]));
+        screen.line(axis + (screen.utf8 ? "┤" : "|") + painted(code, lines[row]));
     }
 }
 
@@ -238,7 +234,7 @@ void draw_one(Screen &screen, const Monitor &monitor)
     for (const auto &chart : charts) {
         const std::string now =
             chart.values.empty() ? "-" : fixed(chart.values.back(), 3) + " " + chart.unit;
-        screen.line(screen.painted("1", chart.what) + "  " + now);
+        screen.line(painted("1", chart.what) + "  " + now);
         draw_chart_of(screen, chart.values, chart.unit, chart.code, 5);
     }
 }
@@ -246,14 +242,14 @@ void draw_one(Screen &screen, const Monitor &monitor)
 void draw_several(Screen &screen, const std::vector<Monitor> &monitors)
 {
     char text[96];
-    const size_t columns = screen.columns - 52;
+    const size_t columns = screen.columns - kTableColumns - 1;
     std::snprintf(text, sizeof text, "%-20s %9s %9s %9s   %s", "monitor", "V", "A", "W", "power");
-    screen.line(screen.painted("1", text));
+    screen.line(painted("1", text));
     for (const Monitor &monitor : monitors) {
         if (!monitor.last) {
             std::snprintf(text, sizeof text, "%-20s %9s %9s %9s  ", name_of(monitor).c_str(), "-",
                           "-", "-");
-            screen.line(text + screen.painted("31", " no answer"));
+            screen.line(text + painted("31", " no answer"));
             continue;
         }
         std::snprintf(text, sizeof text, "%-20s %9.3f %9.3f %9.3f   ", name_of(monitor).c_str(),
@@ -263,8 +259,8 @@ void draw_several(Screen &screen, const std::vector<Monitor> &monitors)
         scale_of(monitor.watts, low, high);
         const std::vector<std::string> chart =
             draw_chart(monitor.watts, low, high, columns, 2, screen.utf8);
-        screen.line(std::string(52, ' ') + screen.painted("33", chart[0]));
-        screen.line(text + screen.painted("33", chart[1]));
+        screen.line(std::string(kTableColumns, ' ') + painted("33", chart[0]));
+        screen.line(text + painted("33", chart[1]));
     }
 }
 
@@ -275,7 +271,7 @@ void draw(const std::vector<Monitor> &monitors, double seconds, uint32_t interva
     const std::string title = monitors.size() == 1
                                   ? to_string(monitors[0].target)
                                   : std::to_string(monitors.size()) + " power monitors";
-    screen.line(screen.painted("1", title) + ", " + fixed(seconds, 0) + " s, every " +
+    screen.line(painted("1", title) + ", " + fixed(seconds, 0) + " s, every " +
                 fixed(interval / 1e3, 1) + " s, Ctrl-C ends");
     screen.line("");
     if (monitors.size() == 1)

@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kTextColumns = 58; // all but the bar
+constexpr size_t kTextColumns = 53; // all but the bar
 constexpr std::chrono::milliseconds kBetween(100);
 
 std::string clock_text(double seconds)
@@ -78,7 +78,7 @@ void Progress::at(uint64_t done)
     const double rate = static_cast<double>(done) / std::max(seconds, 1e-3);
     const size_t columns = std::min<size_t>(terminal_columns(STDERR_FILENO), 80);
     char text[128];
-    std::snprintf(text, sizeof text, " %3.0f %%  %9s of %-9s  %9s/s  %5s left", part * 100,
+    std::snprintf(text, sizeof text, " %3.0f %%  %8s of %-8s  %8s/s  %5s left", part * 100,
                   amount(static_cast<double>(done)).c_str(),
                   amount(static_cast<double>(total_)).c_str(), amount(rate).c_str(),
                   done ? clock_text(seconds / part - seconds).c_str() : "-:--");

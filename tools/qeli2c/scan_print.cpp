@@ -47,15 +47,17 @@ std::string label_of(const Entry &entry)
 {
     const std::string state = state_of(entry);
     std::string text = hex(entry.address, 2) + "  ";
-    text += entry.known              ? entry.known->name + " (" + entry.known->type + ")"
-            : entry.channels.empty() ? "unknown device"
-                                     : "unknown switch";
+    if (entry.known)
+        text += painted(entry.channels.empty() ? "32" : "36", entry.known->name) + " (" +
+                entry.known->type + ")";
+    else
+        text += painted("33", entry.channels.empty() ? "unknown device" : "unknown switch");
     if (state == "driver")
         text += "  UU: a kernel driver owns it";
     else if (state == "missing")
-        text += "  NO ANSWER";
+        text += painted("31", "  NO ANSWER");
     else if (state == "hidden")
-        text += "  HIDDEN by the same address in front of the switch";
+        text += painted("31", "  HIDDEN by the same address in front of the switch");
     else if (state == "unknown")
         text += "  not probed";
     return text;
@@ -204,7 +206,8 @@ void print_tree(const Board &board, const std::vector<Segment> &buses)
     const Branches branches = branches_for_terminal();
     for (const Segment &bus : buses) {
         const std::vector<Node> nodes = nodes_of(board, bus);
-        std::cout << "bus " << bus.bus << (nodes.empty() ? ": nothing" : "") << "\n";
+        std::cout << painted("1", "bus " + std::to_string(bus.bus))
+                  << (nodes.empty() ? ": nothing" : "") << "\n";
         print_nodes(nodes, "", branches);
     }
 }
