@@ -23,7 +23,7 @@ const struct {
      "{ qeli2c-sim serve >/tmp/serve.log 2>&1 & } && "
      "until grep -q serving /tmp/serve.log; do sleep 0.1; done; ls /dev/i2c-*",
      0, true},
-    {"tour", "QELPLATFORM_LOG=all=none board_tour | grep -v process", 0, true},
+    {"tour", "QELPLATFORM_LOG=all=none board_tour | grep -v status", 0, true},
     {"scan", "qeli2c scan 0", 0, true},
     {"i2c-tools",
      "i2cdetect -y 5 0x18 0x27; i2ctransfer -y 0 w3@0x20 0x20 0x12 0x34 w1@0x20 0x20 r2; i2cget -y "

@@ -26,14 +26,17 @@ const struct {
     {"memory",
      "qeli2c set eeprom-far 0x6ffe 0x51 0x45 0x4c 0x49 -y && qeli2c get eeprom-far 0x6ffc 8", 0},
     {"eeprom",
-     "busybox head -c 200 /bin/busybox >/tmp/image && "
+     "head -c 200 /bin/busybox >/tmp/image && { "
      "qeli2c eeprom write -y eeprom-near /tmp/image --offset 0x3f0 && "
      "qeli2c eeprom write -y eeprom-near /tmp/image --offset 0x3f0 --update && "
      "qeli2c eeprom verify eeprom-near /tmp/image --offset 0x3f0 && "
-     "qeli2c eeprom read eeprom-near --offset 0x3f0 --length 200 | busybox cmp - /tmp/image",
+     "qeli2c eeprom read eeprom-near --offset 0x3f0 --length 200 | cmp - /tmp/image; } 2>&1 | "
+     "sed 's/, in .*//'",
      0},
     {"bus-owners",
-     "qeli2c get eeprom-near 0 && qeli2c bus owners 3 12 | busybox sed -E 's/[0-9]{2,}/N/g'", 0},
+     "{ qeli2c get eeprom-near 0 && qeli2c bus owners 3 && "
+     "qeli2c bus hold 3 -- qeli2c bus owners 3; } | sed -E 's/: [0-9]+/: N/'",
+     0},
     {"absent-device", "qeli2c get 3/0x70.3/0x6e 0", 1},
 };
 

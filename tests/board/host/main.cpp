@@ -24,6 +24,7 @@ using board::Machine;
 
 constexpr std::chrono::seconds kTimeLimit(900);
 constexpr std::chrono::seconds kTimeWithoutAWord(150);
+constexpr std::chrono::seconds kNudgeEvery(2);
 
 // "machine COMMAND" or "property DEVICE PROPERTY VALUE".
 std::string do_as_asked(Machine &machine, const std::string &request)
@@ -82,14 +83,28 @@ void take(Machine &machine, Report &report, const std::string &line)
     (void)std::fflush(stdout);
 }
 
+// Now and then the machine falls silent until its serial line gets a byte, as if an interrupt of
+// that line had been lost. An empty line does no harm.
+std::optional<std::string> next_word(Machine &machine, Clock::time_point end)
+{
+    const Clock::time_point until = std::min(end, Clock::now() + kTimeWithoutAWord);
+    while (Clock::now() < until) {
+        auto line = board::next_line(machine.results, std::min(until, Clock::now() + kNudgeEvery));
+        if (line)
+            return line;
+        if (!board::send_line(machine.results, ""))
+            break;
+    }
+    return std::nullopt;
+}
+
 int run(const std::string &image, const std::string &prefix)
 {
     Machine machine = board::start_machine(board::machine_arguments(image), prefix);
     const Clock::time_point end = Clock::now() + kTimeLimit;
     Report report;
     while (!report.complete) {
-        const auto line =
-            board::next_line(machine.results, std::min(end, Clock::now() + kTimeWithoutAWord));
+        const auto line = next_word(machine, end);
         if (!line)
             break;
         take(machine, report, *line);
