@@ -11,8 +11,8 @@ namespace runner
 void add_color_option(CLI::App &command, std::string &when)
 {
     when = "auto";
-    add_option(command, "--color", when, "WHEN",
-               "auto (on terminals), always or never", {"auto", "always", "never"});
+    add_option(command, "--color", when, "WHEN", "auto (on terminals), always or never",
+               {"auto", "always", "never"});
 }
 
 bool wants_color(const std::string &when)

@@ -15,7 +15,7 @@ namespace runner
 struct Fact {
     std::string name;
     Json::Value value;
-    std::string text; // the value for people
+    std::string text;  // the value for people
     bool brief = true; // told where all devices are
 };
 
