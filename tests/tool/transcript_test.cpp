@@ -54,6 +54,9 @@ TEST_P(Transcript, ShowsTheSameAgain)
 {
     const std::string path = kDirectory + "/" + GetParam() + ".txt";
     const std::string kept = content_of(path);
+    // Only the programs under test are linked with the board; others find it by the preloaded shim.
+    if (!*QELI2C_TEST_PRELOAD && kept.find("i2c-tools") != std::string::npos)
+        GTEST_SKIP() << "needs i2c-tools on the board";
     const Played played = play(kept, kDirectory);
     EXPECT_EQ(played.wrongs, "");
     EXPECT_EQ(played.json.empty() ? "" : check_shapes(played), "");
