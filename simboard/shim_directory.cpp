@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <glob.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -106,6 +107,92 @@ Entry *read_entry(DIR *dir, Entry Listing::*own, Next next)
     return next_bus(*listing, listing->*own);
 }
 
+template <typename Entry>
+using Choose = int (*)(const Entry *);
+template <typename Entry>
+using Compare = int (*)(const Entry **, const Entry **);
+template <typename Entry>
+using ScanCall = int (*)(const char *, Entry ***, Choose<Entry>, Compare<Entry>);
+
+// A growing list of entries, as scandir gives them to be freed by the caller.
+template <typename Entry>
+struct Found {
+    Entry **entries;
+    size_t count;
+    size_t room;
+};
+
+template <typename Entry>
+bool keep(Found<Entry> &found, const Entry &entry)
+{
+    if (found.count == found.room) {
+        const size_t room = found.room * 2 + 16;
+        void *const larger = realloc(found.entries, room * sizeof(Entry *));
+        if (larger == nullptr) {
+            return false;
+        }
+        found.entries = static_cast<Entry **>(larger);
+        found.room = room;
+    }
+    auto *const copy = static_cast<Entry *>(malloc(sizeof(Entry)));
+    if (copy == nullptr) {
+        return false;
+    }
+    *copy = entry;
+    found.entries[found.count++] = copy;
+    return true;
+}
+
+template <typename Entry>
+int give_up(Found<Entry> &found, int error)
+{
+    while (found.count > 0) {
+        free(found.entries[--found.count]);
+    }
+    free(found.entries);
+    errno = error;
+    return -1;
+}
+
+// scandir in terms of the calls of this file; libc's own does not pass through them.
+template <typename Entry, typename Read>
+int scan(const char *path, Entry ***list, Choose<Entry> choose, Compare<Entry> compare, Read read)
+{
+    DIR *const dir = opendir(path);
+    if (dir == nullptr) {
+        return -1;
+    }
+    const int saved = errno;
+    Found<Entry> found = {nullptr, 0, 0};
+    int error = 0;
+    errno = 0;
+    const Entry *entry;
+    while (error == 0 && (entry = read(dir)) != nullptr) {
+        if ((choose == nullptr || choose(entry) != 0) && !keep(found, *entry)) {
+            error = ENOMEM;
+        }
+        errno = 0;
+    }
+    error = error != 0 ? error : errno;
+    closedir(dir);
+    if (error != 0) {
+        return give_up(found, error);
+    }
+    if (compare != nullptr && found.count > 0) {
+        qsort(found.entries, found.count, sizeof(Entry *),
+              reinterpret_cast<int (*)(const void *, const void *)>(compare));
+    }
+    errno = saved;
+    *list = found.entries;
+    return static_cast<int>(found.count);
+}
+
+bool lists_board(const char *path)
+{
+    return reinterpret_cast<uintptr_t>(path) >= 4096 &&
+           (strncmp(path, "/dev", 4) == 0 || strncmp(path, "/sys/", 5) == 0) && wants_board();
+}
+
 // libc looks for files by calls of its own, unless it is given others.
 int match(GlobCall next, const char *pattern, int flags, int (*on_error)(const char *, int),
           glob_t *found)
@@ -141,6 +228,10 @@ int shim_glob(const char *pattern, int flags, int (*on_error)(const char *, int)
     SHIM("glob");
 int shim_glob64(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found)
     SHIM("glob64");
+int shim_scandir(const char *path, dirent ***list, Choose<dirent> choose, Compare<dirent> compare)
+    SHIM("scandir");
+int shim_scandir64(const char *path, dirent64 ***list, Choose<dirent64> choose,
+                   Compare<dirent64> compare) SHIM("scandir64");
 
 DIR *shim_opendir(const char *path)
 {
@@ -210,6 +301,23 @@ int shim_glob(const char *pattern, int flags, int (*on_error)(const char *, int)
 int shim_glob64(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found)
 {
     return match(NEXT(GlobCall, "glob64"), pattern, flags, on_error, found);
+}
+
+int shim_scandir(const char *path, dirent ***list, Choose<dirent> choose, Compare<dirent> compare)
+{
+    if (sizeof(long) != 8 || !lists_board(path)) {
+        return NEXT(ScanCall<dirent>, "scandir")(path, list, choose, compare);
+    }
+    return scan(path, list, choose, compare, shim_readdir);
+}
+
+int shim_scandir64(const char *path, dirent64 ***list, Choose<dirent64> choose,
+                   Compare<dirent64> compare)
+{
+    if (!lists_board(path)) {
+        return NEXT(ScanCall<dirent64>, "scandir64")(path, list, choose, compare);
+    }
+    return scan(path, list, choose, compare, shim_readdir64);
 }
 
 } // extern "C"

@@ -2,6 +2,8 @@
 // duplicate descriptors, which have to be followed so that a device is known by each of its
 // numbers.
 #include <errno.h>
+#include <limits.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "simboard/attach.h"
@@ -18,6 +20,10 @@ namespace
 using ReadCall = ssize_t (*)(int, void *, size_t);
 using CheckedReadCall = ssize_t (*)(int, void *, size_t, size_t);
 using WriteCall = ssize_t (*)(int, const void *, size_t);
+using ReadAtCall = ssize_t (*)(int, void *, size_t, off_t);
+using CheckedReadAtCall = ssize_t (*)(int, void *, size_t, off_t, size_t);
+using WriteAtCall = ssize_t (*)(int, const void *, size_t, off_t);
+using VectorCall = ssize_t (*)(int, const iovec *, int);
 using DupCall = int (*)(int);
 using Dup2Call = int (*)(int, int);
 using Dup3Call = int (*)(int, int, int);
@@ -35,6 +41,49 @@ bool transfer(int fd, bool reading, void *buffer, size_t count, ssize_t &result)
     result = plain_transfer(*board->state, fd, descriptor, reading, buffer, count);
     errno = result < 0 ? static_cast<int>(-result) : saved;
     result = result < 0 ? -1 : result;
+    return true;
+}
+
+// A device has no position, so the kernel lets one be given and does not look at it.
+bool transfer_at(int fd, bool reading, void *buffer, size_t count, off_t at, ssize_t &result)
+{
+    Descriptor descriptor;
+    if (at < 0 && confirm_device(fd, descriptor)) {
+        errno = EINVAL;
+        result = -1;
+        return true;
+    }
+    return transfer(fd, reading, buffer, count, result);
+}
+
+// As the kernel does for drivers that know no vectors: each part that is not empty is a message of
+// its own, until one fails or falls short.
+bool transfer_parts(int fd, bool reading, const iovec *parts, int count, ssize_t &result)
+{
+    Descriptor descriptor;
+    if (!confirm_device(fd, descriptor)) {
+        return false;
+    }
+    result = 0;
+    if (count < 0 || count > IOV_MAX || (count > 0 && is_bad(parts))) {
+        errno = count < 0 || count > IOV_MAX ? EINVAL : EFAULT;
+        result = -1;
+    }
+    for (int i = 0; i < count && result >= 0; i++) {
+        ssize_t done = 0;
+        if (parts[i].iov_len > 0 &&
+            !transfer(fd, reading, parts[i].iov_base, parts[i].iov_len, done)) {
+            return false;
+        }
+        if (done < 0) {
+            result = result > 0 ? result : done;
+            break;
+        }
+        result += done;
+        if (static_cast<size_t>(done) != parts[i].iov_len) {
+            break;
+        }
+    }
     return true;
 }
 
@@ -66,6 +115,16 @@ ssize_t shim_read_alias(int fd, void *buffer, size_t count) SHIM("__read");
 ssize_t shim_read_chk(int fd, void *buffer, size_t count, size_t room) SHIM("__read_chk");
 ssize_t shim_write(int fd, const void *buffer, size_t count) SHIM("write");
 ssize_t shim_write_alias(int fd, const void *buffer, size_t count) SHIM("__write");
+ssize_t shim_pread(int fd, void *buffer, size_t count, off_t at) SHIM("pread64");
+ssize_t shim_pread_alias(int fd, void *buffer, size_t count, long at) SHIM("pread");
+ssize_t shim_pread_chk(int fd, void *buffer, size_t count, off_t at, size_t room)
+    SHIM("__pread64_chk");
+ssize_t shim_pread_chk_alias(int fd, void *buffer, size_t count, long at, size_t room)
+    SHIM("__pread_chk");
+ssize_t shim_pwrite(int fd, const void *buffer, size_t count, off_t at) SHIM("pwrite64");
+ssize_t shim_pwrite_alias(int fd, const void *buffer, size_t count, long at) SHIM("pwrite");
+ssize_t shim_readv(int fd, const iovec *parts, int count) SHIM("readv");
+ssize_t shim_writev(int fd, const iovec *parts, int count) SHIM("writev");
 int shim_dup(int fd) SHIM("dup");
 int shim_dup2(int fd, int to) SHIM("dup2");
 int shim_dup2_alias(int fd, int to) SHIM("__dup2");
@@ -106,6 +165,67 @@ ssize_t shim_write(int fd, const void *buffer, size_t count)
 ssize_t shim_write_alias(int fd, const void *buffer, size_t count)
 {
     return shim_write(fd, buffer, count);
+}
+
+ssize_t shim_pread(int fd, void *buffer, size_t count, off_t at)
+{
+    ssize_t result;
+    if (may_be_device(fd) && transfer_at(fd, true, buffer, count, at, result)) {
+        return result;
+    }
+    return NEXT(ReadAtCall, "pread64")(fd, buffer, count, at);
+}
+
+ssize_t shim_pread_alias(int fd, void *buffer, size_t count, long at)
+{
+    return shim_pread(fd, buffer, count, at);
+}
+
+ssize_t shim_pread_chk(int fd, void *buffer, size_t count, off_t at, size_t room)
+{
+    ssize_t result;
+    if (count <= room && may_be_device(fd) && transfer_at(fd, true, buffer, count, at, result)) {
+        return result;
+    }
+    return NEXT(CheckedReadAtCall, "__pread64_chk")(fd, buffer, count, at, room);
+}
+
+ssize_t shim_pread_chk_alias(int fd, void *buffer, size_t count, long at, size_t room)
+{
+    return shim_pread_chk(fd, buffer, count, at, room);
+}
+
+ssize_t shim_pwrite(int fd, const void *buffer, size_t count, off_t at)
+{
+    ssize_t result;
+    if (may_be_device(fd) &&
+        transfer_at(fd, false, const_cast<void *>(buffer), count, at, result)) {
+        return result;
+    }
+    return NEXT(WriteAtCall, "pwrite64")(fd, buffer, count, at);
+}
+
+ssize_t shim_pwrite_alias(int fd, const void *buffer, size_t count, long at)
+{
+    return shim_pwrite(fd, buffer, count, at);
+}
+
+ssize_t shim_readv(int fd, const iovec *parts, int count)
+{
+    ssize_t result;
+    if (may_be_device(fd) && transfer_parts(fd, true, parts, count, result)) {
+        return result;
+    }
+    return NEXT(VectorCall, "readv")(fd, parts, count);
+}
+
+ssize_t shim_writev(int fd, const iovec *parts, int count)
+{
+    ssize_t result;
+    if (may_be_device(fd) && transfer_parts(fd, false, parts, count, result)) {
+        return result;
+    }
+    return NEXT(VectorCall, "writev")(fd, parts, count);
 }
 
 int shim_dup(int fd)

@@ -1,4 +1,5 @@
 // Opening devices, and what open descriptors share.
+#include <dirent.h>
 #include <dlfcn.h>
 #include <glob.h>
 #include <gtest/gtest.h>
@@ -100,6 +101,27 @@ TEST(Descriptor, IsACharacterDeviceWithoutPosition)
     close(epoll);
     close_range(static_cast<unsigned>(bus.fd()) + 1, ~0U, 0);
     EXPECT_EQ(bus.request(I2C_SLAVE, 0x58), 0);
+}
+
+TEST(Listing, OfScandirIsTheBoards)
+{
+    Board board(reference_board());
+    const auto is_bus = [](const dirent *entry) {
+        return std::string(entry->d_name).compare(0, 4, "i2c-") == 0 ? 1 : 0;
+    };
+    for (const char *const directory : {"/dev", "/sys/class/i2c-dev"}) {
+        dirent **found = nullptr;
+        const int count = scandir(directory, &found, is_bus, versionsort);
+        ASSERT_EQ(count, 16) << directory;
+        for (int i = 0; i < count; i++) {
+            EXPECT_EQ(found[i]->d_name, "i2c-" + std::to_string(i)) << directory;
+            free(found[i]);
+        }
+        free(found);
+    }
+    dirent **none;
+    EXPECT_EQ(scandir("/dev/nowhere", &none, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(Stream, TransfersByItsFunctionsAndItsDescriptor)

@@ -1,6 +1,7 @@
 // read and write on open devices.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 
 #include <thread>
@@ -47,6 +48,30 @@ TEST(PlainTransfer, IsOneMessageToTheAddressSet)
     EXPECT_EQ(board.wire(0), (std::vector<std::string>{"W 0x20 01 7a 7b", "P", "R 0x20 00 11 22",
                                                        "P", "W 0x20", "P", "R 0x20", "P"}));
     EXPECT_EQ(back[2], 0x22);
+}
+
+// The kernel hands them to i2c-dev as reads and writes, a part of a vector as one message.
+TEST(PlainTransfer, WithAPositionOrInParts)
+{
+    Board board(BOARD);
+    const Device bus(0);
+    ASSERT_EQ(bus.request(I2C_SLAVE, 0x20), 0);
+    uint8_t first[] = {4, 0x5a};
+    uint8_t second[] = {1};
+    iovec parts[] = {{first, 2}, {nullptr, 0}, {second, 1}};
+    EXPECT_EQ(writev(bus.fd(), parts, 3), 3);
+    EXPECT_EQ(pread(bus.fd(), first, 2, 77), 2);
+    EXPECT_EQ(pwrite(bus.fd(), "\4", 1, 77), 1);
+    EXPECT_EQ(readv(bus.fd(), parts, 1), 2);
+    EXPECT_EQ(first[0], 0x5a);
+    EXPECT_EQ(writev(bus.fd(), parts + 1, 1), 0);
+    EXPECT_EQ(result_of(pread(bus.fd(), first, 1, -1)), -EINVAL);
+    EXPECT_EQ(board.wire(0),
+              (std::vector<std::string>{"W 0x20 04 5a", "P", "W 0x20 01", "P", "R 0x20 11 22", "P",
+                                        "W 0x20 04", "P", "R 0x20 5a 22", "P"}));
+    ASSERT_EQ(bus.request(I2C_SLAVE, 0x33), 0); // nobody there
+    EXPECT_EQ(result_of(writev(bus.fd(), parts, 3)), -ENXIO);
+    EXPECT_EQ(result_of(pread(bus.fd(), first, 1, 0)), -ENXIO);
 }
 
 TEST(PlainTransfer, FailsAsTheTransferOrTheCallDoes)
