@@ -74,9 +74,9 @@ TEST_F(StandingBoards, MistypedPeeksAndPokesChangeNothing)
     expect({
         {"qeli2c-sim peek nobody", 1, "", "qeli2c-sim: the board has no device \"nobody\"\n"},
         {"qeli2c-sim peek fru-eeprom.inputs", 1, "",
-         "qeli2c-sim: fru-eeprom, a at24c512, has no \"inputs\"\n"},
+         "qeli2c-sim: fru-eeprom (at24c512) has no \"inputs\"\n"},
         {"qeli2c-sim peek board-leds.8", 1, "",
-         "qeli2c-sim: board-leds, a pca9554, has no \"8\"; it has inputs, pins 0 to 7 and their "
+         "qeli2c-sim: board-leds (pca9554) has no \"8\"; it has inputs, pins 0 to 7 and their "
          "names\n"},
         {"qeli2c-sim peek fru-eeprom 65536", 2, "",
          "qeli2c-sim: offset 65536 is out of range: 0 to 65535"},

@@ -67,4 +67,36 @@ TEST(Show, TellsTheStateOfEveryDevice)
     EXPECT_NE(parts[3].find("\n*\n0100: ff ff 01 02 03 ff"), std::string::npos) << parts[3];
 }
 
+TEST(Show, TellsPinsByNameAndWhatRegistersStandFor)
+{
+    const Shell shell;
+    const Finished finished = shell.run(R"(
+        qeli2c-sim run -- sh -c '
+            i2cset -y 0 0x21 2 0xfe; i2cset -y 0 0x21 6 0xfc; i2cset -y 0 0x21 4 0x11
+            i2cset -y 1 0x41 5 0x000a w
+            qeli2c-sim show --device board-io --json; echo =
+            qeli2c-sim show --device board-io; qeli2c-sim show --device power-5v
+            qeli2c-sim inject unplugged --device sw-main; qeli2c-sim show
+            qeli2c-sim inject --clear')");
+    EXPECT_EQ(finished.err, "");
+    const size_t cut = finished.out.find("\n=\n");
+    const Json::Value pins = parse(finished.out.substr(0, cut))["pins"];
+    ASSERT_EQ(pins.size(), 16U);
+    EXPECT_EQ(pins[4], parse(R"({"pin": 4, "name": "power-button", "input": true, "level": 1})"));
+    const char *const expected[] = {
+        "pin 0 psu0-absent       output 0\n",
+        "pin 1 psu1-absent       output 1\n",
+        "pin 4 power-button      input  1\n",
+        "current          0c80\n",
+        "bus_v            5.00000\n",
+        "power_w          16.000\n",
+        "current_a        3.200\n",
+        "sw-main               pca9548      unplugged\n",
+        "slot0-io",
+    };
+    for (const char *const text : expected) {
+        EXPECT_NE(finished.out.find(text, cut), std::string::npos) << text << finished.out;
+    }
+}
+
 } // namespace

@@ -116,7 +116,11 @@ void print_switch(const BoardView &view, const Chip &chip, const std::string &he
         }
         words.push_back("by " + holder_text(state.opener));
     }
-    const char *const color = state.channels == 0 ? "" : state.opener.alive ? kGreen : kYellow;
+    const char *color = state.channels == 0 ? "" : state.opener.alive ? kGreen : kYellow;
+    if (chip.state.unplugged != 0) {
+        words = {"unplugged"};
+        color = kRed;
+    }
     print_words(head, words, kFactColumn, {paint.on && *color != '\0'}, color);
     for (uint32_t channel = 0; channel < 8; channel++) {
         const bool open = (state.channels >> channel & 1) != 0;
@@ -135,10 +139,10 @@ void print_chip(const BoardView &view, const Chip &chip, size_t indent, const Pa
     std::snprintf(address, sizeof(address), "0x%02x ", chip.address);
     const std::string name = pad(std::string(indent, ' ') + address + chip.name, kTypeColumn);
     const std::string head = pad(name + simboard::chip_kind(chip.type).name, kFactColumn);
-    if (chip.state.unplugged != 0) {
-        print_words(head, {"unplugged"}, kFactColumn, paint, kRed);
-    } else if (chip.type == ChipType::pca9548) {
+    if (chip.type == ChipType::pca9548) {
         print_switch(view, chip, head, indent, paint);
+    } else if (chip.state.unplugged != 0) {
+        print_words(head, {"unplugged"}, kFactColumn, paint, kRed);
     } else {
         std::vector<std::string> words;
         for (const Fact &fact : facts_of(view, chip)) {
@@ -293,7 +297,31 @@ void print_registers(const std::vector<uint8_t> &bytes)
     }
 }
 
-void print_device(const BoardView &view, const Chip &chip, bool json, const Paint &paint)
+void print_pins(const std::vector<Pin> &pins)
+{
+    for (size_t i = 0; i < pins.size(); i++) {
+        const std::string name = "pin " + std::to_string(i) + " " + pins[i].name;
+        std::printf("%s%s %d\n", pad(name, 24).c_str(), pins[i].is_input ? "input " : "output",
+                    pins[i].level ? 1 : 0);
+    }
+}
+
+Json::Value to_json(const std::vector<Pin> &pins)
+{
+    Json::Value list(Json::arrayValue);
+    for (size_t i = 0; i < pins.size(); i++) {
+        Json::Value entry;
+        entry["pin"] = Json::UInt64(i);
+        entry["name"] = pins[i].name;
+        entry["input"] = pins[i].is_input;
+        entry["level"] = pins[i].level ? 1 : 0;
+        list.append(entry);
+    }
+    return list;
+}
+
+void print_device(const BoardView &view, const Chip &chip, const std::vector<Pin> &pins, bool json,
+                  const Paint &paint)
 {
     const std::vector<uint8_t> bytes = simboard::peek(view, chip, 0, count_registers(chip));
     if (json) {
@@ -301,6 +329,9 @@ void print_device(const BoardView &view, const Chip &chip, bool json, const Pain
         value["registers"] = Json::Value(Json::arrayValue);
         for (const uint8_t byte : bytes) {
             value["registers"].append(byte);
+        }
+        if (!pins.empty()) {
+            value["pins"] = to_json(pins);
         }
         print_json(value);
         return;
@@ -316,6 +347,7 @@ void print_device(const BoardView &view, const Chip &chip, bool json, const Pain
     for (const Fact &fact : facts_of(view, chip)) {
         std::printf("%-16s %s\n", fact.name.c_str(), fact.text.c_str());
     }
+    print_pins(pins);
     std::printf("\n");
     print_registers(bytes);
 }
@@ -332,7 +364,8 @@ int show(const ShowArguments &arguments)
     ChosenBoard board(arguments.board);
     const Paint paint = {!arguments.json && wants_color(arguments.color)};
     if (!arguments.device.empty()) {
-        print_device(board.view(), simboard::find_chip(board.view(), arguments.device),
+        const Chip &chip = simboard::find_chip(board.view(), arguments.device);
+        print_device(board.view(), chip, pins_of(board.view(), chip, pin_names(board, chip)),
                      arguments.json, paint);
     } else if (arguments.json) {
         print_board_json(board.view());
@@ -348,7 +381,7 @@ void add_show(CLI::App &app, Runner &runner)
 {
     const auto arguments = std::make_shared<ShowArguments>();
     CLI::App &command = add_command(
-        app, runner, "show", "Show a board's buses, switches and devices as they are now",
+        app, runner, "show", "Show buses, switches and devices as they are now",
         "Registers and levels in hexadecimal, other numbers in decimal. Looking makes no\n"
         "traffic.",
         [arguments] { return show(*arguments); });

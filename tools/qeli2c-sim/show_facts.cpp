@@ -31,22 +31,53 @@ Fact number(const char *name, uint64_t value, int digits, bool brief = true)
     return {name, Json::UInt64(value), hex(value, digits), brief};
 }
 
+// Registers of an expander in their order, each over all ports.
+enum ExpanderRegister : uint32_t { kInput, kOutput, kPolarity, kConfiguration };
+
+uint32_t over_ports(const std::vector<uint8_t> &registers, ExpanderRegister which, uint32_t ports)
+{
+    uint32_t value = 0;
+    for (uint32_t port = 0; port < ports; port++) {
+        value |= static_cast<uint32_t>(registers[which * ports + port]) << 8 * port;
+    }
+    return value;
+}
+
 std::vector<Fact> expander_facts(const std::vector<uint8_t> &registers, uint32_t ports)
 {
     std::vector<Fact> facts;
     const char *const names[] = {"input", "output", "polarity", "configuration"};
-    for (uint32_t kind = 0; kind < 4; kind++) {
-        uint32_t value = 0;
-        for (uint32_t port = 0; port < ports; port++) {
-            value |= static_cast<uint32_t>(registers[kind * ports + port]) << 8 * port;
-        }
-        facts.push_back(
-            number(names[kind], value, static_cast<int>(2 * ports), kind != 2 || value != 0));
+    for (const ExpanderRegister which : {kInput, kOutput, kPolarity, kConfiguration}) {
+        const uint32_t value = over_ports(registers, which, ports);
+        facts.push_back(number(names[which], value, static_cast<int>(2 * ports),
+                               which != kPolarity || value != 0));
     }
     return facts;
 }
 
-std::vector<Fact> monitor_facts(const std::vector<uint8_t> &registers)
+Fact measured(const char *name, double value, int decimals)
+{
+    char text[48];
+    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
+    return {name, value, text, false};
+}
+
+// What the registers stand for: current and power are zero until the chip is calibrated.
+void add_measurements(std::vector<Fact> &facts, const std::vector<uint8_t> &registers,
+                      int64_t shunt_uohm)
+{
+    const auto word = [&registers](uint32_t i) {
+        return static_cast<uint16_t>(registers[2 * i] << 8 | registers[2 * i + 1]);
+    };
+    const double current_lsb =
+        word(5) == 0 || shunt_uohm == 0 ? 0 : 5120.0 / (word(5) * static_cast<double>(shunt_uohm));
+    facts.push_back(measured("shunt_v", static_cast<int16_t>(word(1)) * 2.5e-6, 7));
+    facts.push_back(measured("bus_v", word(2) * 1.25e-3, 5));
+    facts.push_back(measured("power_w", word(3) * 25 * current_lsb, 3));
+    facts.push_back(measured("current_a", static_cast<int16_t>(word(4)) * current_lsb, 3));
+}
+
+std::vector<Fact> monitor_facts(const std::vector<uint8_t> &registers, int64_t shunt_uohm)
 {
     std::vector<Fact> facts;
     const char *const names[] = {"configuration", "shunt",       "bus",  "power",
@@ -56,6 +87,7 @@ std::vector<Fact> monitor_facts(const std::vector<uint8_t> &registers)
                                static_cast<uint64_t>(registers[2 * i] << 8) | registers[2 * i + 1],
                                4, false));
     }
+    add_measurements(facts, registers, shunt_uohm);
     return facts;
 }
 
@@ -118,12 +150,31 @@ std::vector<Fact> facts_of(const BoardView &view, const Chip &chip)
     if (kind.pins > 0) {
         more = expander_facts(registers, kind.pins / 8);
     } else if (chip.type == ChipType::tpa626) {
-        more = monitor_facts(registers);
+        more = monitor_facts(registers, simboard::read_stimulus(view, chip, "shunt_uohm"));
     } else if (chip.type != ChipType::mctp) {
         more = memory_facts(registers, kind.fill);
     }
     facts.insert(facts.end(), more.begin(), more.end());
     return facts;
+}
+
+std::vector<Pin> pins_of(const BoardView &view, const Chip &chip,
+                         const std::vector<std::string> &names)
+{
+    std::vector<Pin> pins(simboard::chip_kind(chip.type).pins);
+    if (pins.empty()) {
+        return pins;
+    }
+    const auto ports = static_cast<uint32_t>(pins.size() / 8);
+    const std::vector<uint8_t> registers = simboard::peek(view, chip, 0, 4 * ports);
+    const uint32_t levels =
+        over_ports(registers, kInput, ports) ^ over_ports(registers, kPolarity, ports);
+    const uint32_t inputs = over_ports(registers, kConfiguration, ports);
+    for (size_t i = 0; i < pins.size(); i++) {
+        pins[i] = {i < names.size() ? names[i] : "", (inputs >> i & 1) != 0,
+                   (levels >> i & 1) != 0};
+    }
+    return pins;
 }
 
 SwitchState read_switch(const BoardView &view, const Chip &chip)

@@ -23,6 +23,17 @@ struct Fact {
 // of an EEPROM is written. Empty for a switch.
 std::vector<Fact> facts_of(const simboard::BoardView &view, const simboard::Chip &chip);
 
+// A pin of an expander as it is on the board, whatever polarity it is read with.
+struct Pin {
+    std::string name; // of the board file; may be empty
+    bool is_input = true;
+    bool level = true;
+};
+
+// All pins of an expander, from 0 on; empty for other chips.
+std::vector<Pin> pins_of(const simboard::BoardView &view, const simboard::Chip &chip,
+                         const std::vector<std::string> &names);
+
 // Who opened a switch's channels, or holds one of a bus's locks.
 struct Holder {
     simboard::Task task; // pid 0 for nobody

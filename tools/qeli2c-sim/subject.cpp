@@ -21,6 +21,21 @@ simboard::Chip *find_device(const simboard::BoardView &view, const std::string &
     return nullptr;
 }
 
+} // namespace
+
+std::vector<std::string> pin_names(const ChosenBoard &board, const simboard::Chip &chip)
+{
+    for (const simboard::DeviceDescription &device : board.description().devices) {
+        if (device.name == chip.name) {
+            return device.pins;
+        }
+    }
+    return {};
+}
+
+namespace
+{
+
 std::optional<uint32_t> find_pin(const ChosenBoard &board, const simboard::Chip &chip,
                                  const std::string &name)
 {
@@ -28,13 +43,12 @@ std::optional<uint32_t> find_pin(const ChosenBoard &board, const simboard::Chip 
     if (const std::optional<uint32_t> number = tool::parse_number(name)) {
         return *number < pins ? number : std::nullopt;
     }
-    for (const simboard::DeviceDescription &device : board.description().devices) {
-        const auto found = std::find(device.pins.begin(), device.pins.end(), name);
-        if (device.name == chip.name && found != device.pins.end()) {
-            return static_cast<uint32_t>(found - device.pins.begin());
-        }
+    const std::vector<std::string> names = pin_names(board, chip);
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (name.empty() || found == names.end()) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return static_cast<uint32_t>(found - names.begin());
 }
 
 // Says what there is, too.
@@ -48,8 +62,8 @@ std::optional<uint32_t> find_pin(const ChosenBoard &board, const simboard::Chip 
     if (kind.pins > 0) {
         known += ", pins 0 to " + std::to_string(kind.pins - 1) + " and their names";
     }
-    throw std::runtime_error(std::string(chip.name) + ", a " + kind.name + ", has no \"" +
-                             quantity + "\"" + (known.empty() ? "" : "; it has " + known));
+    throw std::runtime_error(std::string(chip.name) + " (" + kind.name + ") has no \"" + quantity +
+                             "\"" + (known.empty() ? "" : "; it has " + known));
 }
 
 } // namespace

@@ -22,6 +22,9 @@ struct Subject {
 // pin of an expander by its number or its name.
 Subject find_subject(ChosenBoard &board, const std::string &text);
 
+// What the board file calls an expander's pins, from 0 on; empty for other devices.
+std::vector<std::string> pin_names(const ChosenBoard &board, const simboard::Chip &chip);
+
 // A quantity; of a pin, the level that stands at it from outside.
 int64_t read_quantity(ChosenBoard &board, const Subject &subject);
 void write_quantity(ChosenBoard &board, const Subject &subject, int64_t value);
