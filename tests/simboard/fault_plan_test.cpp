@@ -94,13 +94,13 @@ TEST(FaultPlan, StepsAreInjectedListedReportedAndCleared)
     } rows[] = {
         {"inject -n one", 2, "",
          "qeli2c-sim: what to inject? A FAULT, --plan, --list or --clear (see 'qeli2c-sim "
-         "--help')\n"},
+         "inject --help')\n"},
         {"inject -n one data-nack --bus 0 --byte 0 --count 3", 2, "",
-         "qeli2c-sim: --count: does not go with data-nack (see 'qeli2c-sim --help')\n"
+         "qeli2c-sim: --count: does not go with data-nack (see 'qeli2c-sim inject --help')\n"
          "qeli2c-sim: --byte: must be a number from 1, the first one, to 8192 (see 'qeli2c-sim "
-         "--help')\n"},
+         "inject --help')\n"},
         {"inject -n one --after 3", 2, "",
-         "qeli2c-sim: --after needs a FAULT to go with (see 'qeli2c-sim --help')\n"},
+         "qeli2c-sim: --after needs a FAULT to go with (see 'qeli2c-sim inject --help')\n"},
         {"inject -n one data-nack --device board-io --byte 2 --times 2 --label odd", 0, "", ""},
         {"inject -n one --list bus-error --bus 1 --address 0x40 --register 0x0102", 0,
          "fault  struck   matched\n"

@@ -10,13 +10,19 @@ namespace runner
 namespace
 {
 
-constexpr char kHelp[] = "Name of the board; else that of $QELI2C_SIM, else \"default\"";
+constexpr char kHelp[] = "Board; else that of $QELI2C_SIM, else \"default\"";
 
+}
+
+void add_name_choice(CLI::App &command, std::string &name, const char *description)
+{
+    add_optional_argument(command, "NAME", name, description);
+    add_option(command, "-n,--name", name, "NAME", "The same");
 }
 
 void add_board_argument(CLI::App &command, std::string &name)
 {
-    add_optional_argument(command, "NAME", name, kHelp);
+    add_name_choice(command, name, kHelp);
 }
 
 void add_board_option(CLI::App &command, std::string &name)

@@ -11,8 +11,9 @@
 namespace runner
 {
 
-// How a command lets its board be named: as its argument, or as option -n when its arguments are
-// about something else.
+// How a command lets its board be named: as its argument, or as option -n. Where arguments are
+// about something else, only as the option.
+void add_name_choice(CLI::App &command, std::string &name, const char *description);
 void add_board_argument(CLI::App &command, std::string &name);
 void add_board_option(CLI::App &command, std::string &name);
 

@@ -1,12 +1,12 @@
 // The command line, parsed by CLI11. The one file that includes it: it takes long to compile.
 #include "command_line.h"
+#include "tools/qeli2c/help_formatter.h"
+#include "tools/qeli2c/number.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <utility>
 
 namespace runner
@@ -14,6 +14,32 @@ namespace runner
 
 namespace
 {
+
+// Whose --help a usage failure points to.
+std::string chosen_program = "qeli2c-sim";
+
+class RunnerHelp : public tool::HelpFormatter
+{
+public:
+    std::string make_usage(const CLI::App *app, std::string name) const override
+    {
+        std::string usage = tool::HelpFormatter::make_usage(app, std::move(name));
+        if (app->get_prefix_command()) {
+            usage.insert(usage.find_last_not_of('\n') + 1, " [--] COMMAND...");
+        }
+        return usage;
+    }
+};
+
+std::string to_decimal(std::string &text)
+{
+    const std::optional<uint32_t> number = tool::parse_number(text);
+    if (!number) {
+        return "'" + text + "' is not a number (write decimal, 0x or 0b)";
+    }
+    text = std::to_string(*number);
+    return "";
+}
 
 // What follows the first "--" is a command's own affair and kept from the parser.
 std::vector<std::string> cut_at_dashes(int &argc, char **argv)
@@ -75,7 +101,9 @@ void add_options(CLI::App &command, const char *name, std::vector<std::string> &
 void add_number(CLI::App &command, const char *name, std::optional<uint64_t> &value,
                 const char *type, const char *description)
 {
-    command.add_option(name, value, description)->type_name(type);
+    command.add_option(name, value, description)
+        ->type_name(type)
+        ->transform(CLI::Validator(to_decimal, ""));
 }
 
 void add_flag(CLI::App &command, const char *name, bool &value, const char *description)
@@ -92,7 +120,7 @@ int usage_failure(const std::string &message)
 {
     std::string line = message;
     std::replace(line.begin(), line.end(), '\n', ' ');
-    std::cerr << "qeli2c-sim: " << line << " (see 'qeli2c-sim --help')\n";
+    std::cerr << "qeli2c-sim: " << line << " (see '" << chosen_program << " --help')\n";
     return kUsage;
 }
 
@@ -100,18 +128,31 @@ std::optional<int> parse_command_line(int argc, char **argv, Runner &runner,
                                       void (*add_commands)(CLI::App &, Runner &))
 {
     runner.after_dashes = cut_at_dashes(argc, argv);
-    CLI::App app("Simulated boards: programs reach the I2C buses of a described board as "
-                 "/dev/i2c-N, without root",
+    CLI::App app("Simulated boards: I2C buses at /dev/i2c-N for programs, without root",
                  "qeli2c-sim");
+    app.formatter(std::make_shared<RunnerHelp>());
     app.set_version_flag("--version", "qeli2c-sim " QELI2C_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // a mistyped one is told by its name
+    app.footer("A board of its own for one command: qeli2c-sim run -- i2cdetect -l\n"
+               "A board that stays: eval \"$(qeli2c-sim start NAME)\"\n"
+               "Exit status: 0 done, 1 failed, 2 wrong usage.");
     add_commands(app, runner);
+    const auto note_command = [&app] {
+        for (const CLI::App *command : app.get_subcommands()) {
+            chosen_program += " " + command->get_name();
+        }
+    };
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &success) { // --help, --version
         return app.exit(success);
     } catch (const CLI::Error &error) {
+        note_command();
         return usage_failure(error.what());
+    }
+    note_command();
+    if (!runner.action) {
+        return usage_failure("no command given");
     }
     if (!runner.after_dashes.empty() && !app.got_subcommand("run")) {
         return usage_failure("only run takes a command after --");

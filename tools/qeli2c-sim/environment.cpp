@@ -53,12 +53,22 @@ std::string find_shim()
     return shim;
 }
 
+// Whether the file is that of the board `start` has given to this shell, and went with it: a choice
+// for that board only.
+bool went_with_board(const std::string &file)
+{
+    const char *const directory = std::getenv("QELI2C_SIM");
+    return directory != nullptr && file == std::string(directory) + "/board.json" &&
+           access(file.c_str(), F_OK) < 0;
+}
+
 std::string find_board_file(const std::string &given)
 {
     if (!given.empty()) {
         return given;
     }
-    if (const char *variable = std::getenv("QELI2C_BOARD"); variable != nullptr && *variable != 0) {
+    const char *const variable = std::getenv("QELI2C_BOARD");
+    if (variable != nullptr && *variable != 0 && !went_with_board(variable)) {
         return variable;
     }
     return find_beside({"../share/qeli2c/boards/reference.json"}, "the reference board");
@@ -71,8 +81,7 @@ void add_board_choice(CLI::App &command, BoardChoice &choice)
     add_option(command, "--board", choice.file, "FILE",
                "Board file; else $QELI2C_BOARD, else the reference board");
     add_option(command, "--speed", choice.speed, "SPEED",
-               "Wire time on all buses: instant, 100k or 400k; else as the board file says",
-               {"instant", "100k", "400k"});
+               "instant, 100k or 400k; else as the board file says", {"instant", "100k", "400k"});
     add_option(command, "--plan", choice.plan, "FILE", "Fault plan that the board starts with");
     add_number(command, "--seed", choice.seed, "N",
                "Seed of faults, in the place of the plan's own");

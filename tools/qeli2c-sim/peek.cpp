@@ -126,13 +126,13 @@ int peek_at(const Arguments &arguments)
 void add_peek(CLI::App &app, Runner &runner)
 {
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App &peek = add_command(
-        app, runner, "peek", "Print what a device holds or senses, without traffic on its bus",
-        "peek EEPROM 0x100 16     sixteen bytes from 0x100 on\n"
-        "peek MONITOR.voltage_mv  the voltage at a power monitor\n"
-        "peek EXPANDER.3          the level at a pin, by its number or its name\n"
-        "peek DEVICE              all of it: surroundings, and the first 256 registers",
-        [arguments] { return peek_at(*arguments); });
+    CLI::App &peek =
+        add_command(app, runner, "peek", "Print what a device holds or senses",
+                    "peek EEPROM 0x100 16     sixteen bytes from 0x100 on\n"
+                    "peek MONITOR.voltage_mv  the voltage at a power monitor\n"
+                    "peek EXPANDER.3          the level at a pin, by its number or its name\n"
+                    "peek DEVICE              all of it: surroundings, and the first 256 registers",
+                    [arguments] { return peek_at(*arguments); });
     add_board_option(peek, arguments->board);
     add_argument(peek, "DEVICE[.QUANTITY]", arguments->subject, "What to look at");
     add_arguments(peek, "OFFSET [COUNT]", arguments->range, "Registers or bytes of it", 0);

@@ -66,7 +66,7 @@ void add_poke(CLI::App &app, Runner &runner)
         "poke EEPROM 0x100 1 2 3           three bytes from 0x100 on\n"
         "poke MONITOR.voltage_mv 11400     the voltage at a power monitor\n"
         "poke EXPANDER.power-button 0      the level at a pin, by its number or its name\n"
-        "Programs find the change with their next transfer; there is no traffic on the bus.",
+        "Programs find the change with their next transfer; the bus has no traffic.",
         [arguments] { return poke_at(*arguments); });
     add_board_option(poke, arguments->board);
     add_argument(poke, "DEVICE[.QUANTITY]", arguments->subject, "What to change");

@@ -207,10 +207,10 @@ void add_report(CLI::App &app, Runner &runner)
         bool json = false;
     };
     const auto arguments = std::make_shared<Arguments>();
-    CLI::App &report = add_command(
-        app, runner, "report",
-        "Print what the board has counted; exit status 1 when something went wrong on it", "",
-        [arguments] { return report_board(arguments->name, arguments->json); });
+    CLI::App &report =
+        add_command(app, runner, "report", "Print what was counted and what the judge has found",
+                    "Exit status 1 when something went wrong on the board.",
+                    [arguments] { return report_board(arguments->name, arguments->json); });
     add_board_argument(report, arguments->name);
     add_flag(report, "--json", arguments->json, "Print it as JSON");
 }

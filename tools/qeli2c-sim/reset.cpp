@@ -25,10 +25,9 @@ void add_reset(CLI::App &app, Runner &runner)
 {
     const auto name = std::make_shared<std::string>();
     CLI::App &command = add_command(
-        app, runner, "reset",
-        "Put a board back to what its file describes, under the programs that use it",
-        "Chips as after power-on, EEPROMs erased, channels closed, counters and trace empty,\n"
-        "physical memory 0. Open devices stay open.",
+        app, runner, "reset", "Put a board back to what its file describes",
+        "Chips as after power-on, EEPROMs erased, channels closed, counters and trace\n"
+        "empty, physical memory 0. Programs may go on using it: open devices stay open.",
         [name] { return reset(*name); });
     add_board_argument(command, *name);
 }

@@ -201,6 +201,9 @@ std::vector<std::string> command_of(const Runner &runner)
     if (command.empty()) {
         throw UsageError("no command to run");
     }
+    if (!starts_with_dashes && command[0][0] == '-') {
+        throw UsageError("run has no option " + command[0]);
+    }
     return command;
 }
 
@@ -210,10 +213,10 @@ void add_run(CLI::App &app, Runner &runner)
 {
     const auto arguments = std::make_shared<RunArguments>();
     CLI::App &run = add_command(
-        app, runner, "run", "Run a command on a board of its own that is gone afterwards",
-        "COMMAND and its arguments follow, after -- when they start with a dash. The exit\n"
-        "status is the command's, or 128 and the number of the signal that killed it; if\n"
-        "it is 0 and a step of the fault plan never struck, it becomes 1.",
+        app, runner, "run", "Run a command on a board of its own, gone afterwards",
+        "COMMAND needs -- in front only when it starts with a dash. The exit status is\n"
+        "its own, or 128 and the number of the signal that killed it; if it is 0 and a\n"
+        "step of the fault plan never struck, it becomes 1.",
         [arguments, &runner] { return run_command(*arguments, command_of(runner)); });
     add_board_choice(run, arguments->board);
     add_option(run, "--trace", arguments->trace.file, "FILE",

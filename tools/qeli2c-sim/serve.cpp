@@ -315,9 +315,9 @@ void add_serve(CLI::App &app, Runner &runner)
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App &command = add_command(
-        app, runner, "serve", "Make the board's buses devices of this machine, through CUSE",
-        "Needs root and the kernel's module cuse. Every program on the machine sees the devices,\n"
-        "static and set-user-id ones too, until the command is ended.",
+        app, runner, "serve", "Make the buses devices of this machine, through CUSE",
+        "Needs root and the kernel's module cuse. Every program on the machine sees the\n"
+        "devices, static and set-user-id ones too, until the command is ended.",
         [arguments] {
             const uint64_t first = arguments->first.value_or(0);
             if (first > 1000)

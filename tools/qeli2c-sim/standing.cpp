@@ -1,4 +1,5 @@
 // qeli2c-sim start and stop: boards that stay while programs come and go.
+#include "chosen_board.h"
 #include "environment.h"
 
 #include <algorithm>
@@ -21,6 +22,9 @@ bool is_standing(const std::string &name)
 
 int start_board(const BoardChoice &choice, const std::string &name)
 {
+    if (!simboard::is_board_name(name)) {
+        throw UsageError("\"" + name + "\" is no name for a board");
+    }
     const simboard::NewBoard board = make_board(choice, name);
     try {
         for (const auto &[variable, value] : board_environment(board.directory)) {
@@ -45,7 +49,7 @@ int stop_board(const std::string &name)
 // The board that is started or stopped; $QELI2C_SIM has no say in it.
 void add_name(CLI::App &command, std::string &name)
 {
-    add_optional_argument(command, "NAME", name, "Name of the board; else \"default\"");
+    add_name_choice(command, name, "Name of the board; else \"default\"");
 }
 
 } // namespace
@@ -58,7 +62,7 @@ void add_start(CLI::App &app, Runner &runner)
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App &start = add_command(
-        app, runner, "start", "Make a board that stays, and print what a shell needs to use it", "",
+        app, runner, "start", "Make a board that stays; print what a shell needs for it", "",
         [arguments] { return start_board(arguments->choice, arguments->name); });
     add_name(start, arguments->name);
     add_board_choice(start, arguments->choice);

@@ -191,7 +191,7 @@ void add_status(CLI::App &app, Runner &runner)
             return arguments->name.empty() ? status_of_all(arguments->json)
                                            : status_of_one(arguments->name, arguments->json);
         });
-    add_optional_argument(status, "NAME", arguments->name, "Name of the board; else all");
+    add_name_choice(status, arguments->name, "Name of the board; else all");
     add_flag(status, "--json", arguments->json, "Print it as JSON");
 }
 

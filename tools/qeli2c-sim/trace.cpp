@@ -126,7 +126,7 @@ void add_trace(CLI::App &app, Runner &runner)
 {
     const auto arguments = std::make_shared<TraceArguments>();
     CLI::App &trace = add_command(
-        app, runner, "trace", "Print every transfer on a board, in the order in which they began",
+        app, runner, "trace", "Print every transfer on a board, live or afterwards",
         "Formats and fields: docs/trace.md. With --follow, Ctrl-C ends it with status 0,\n"
         "as does the end of the board.",
         [arguments] { return trace_board(*arguments); });

@@ -47,10 +47,10 @@ void add_verify(CLI::App &app, Runner &runner)
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App &command = add_command(
-        app, runner, "verify", "Check that a board is sound, whatever became of its programs",
-        "Looks at every bus, journal, counter, trace record, chip and file of the board. Exit\n"
-        "status 1 when anything is not as it can only be. A bus that cannot be had within five\n"
-        "seconds is such a thing.",
+        app, runner, "verify", "Check that a board is sound, whoever was killed on it",
+        "Looks at every bus, journal, counter, trace record, chip and file of the board.\n"
+        "Exit status 1 when anything is not as it can only be. A bus that cannot be had\n"
+        "within five seconds is such a thing.",
         [arguments] { return verify(arguments->name, arguments->json); });
     add_board_argument(command, arguments->name);
     add_flag(command, "--json", arguments->json, "Print it as JSON");

@@ -3,11 +3,9 @@
 #include "command_line.h"
 
 #include "failure.h"
+#include "help_formatter.h"
 #include "manual.h"
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -23,30 +21,9 @@ namespace tool
 namespace
 {
 
-// Positional arguments carry their whole notation in their names: usage lines as manual pages write
-// them.
-class HelpFormatter : public CLI::Formatter
+class ToolHelp : public HelpFormatter
 {
 public:
-    HelpFormatter()
-    {
-        column_width(23);
-        label("SUBCOMMAND", "COMMAND");
-        label("Subcommands", "Commands");
-        label("Positionals", "Arguments");
-    }
-
-    std::string make_option_usage(const CLI::Option *option) const override
-    {
-        const std::string name = make_option_name(option, true);
-        return option->get_required() ? name : "[" + name + "]";
-    }
-
-    std::string make_option_opts(const CLI::Option *option) const override
-    {
-        return option->get_positional() ? "" : CLI::Formatter::make_option_opts(option);
-    }
-
     std::string make_footer(const CLI::App *app) const override
     {
         std::string text = CLI::Formatter::make_footer(app);
@@ -82,7 +59,7 @@ void add_commands(CLI::App &app, Tool &tool, const std::vector<std::string> &wor
 void describe(CLI::App &app, Tool &tool)
 {
     Options &options = tool.options;
-    app.formatter(std::make_shared<HelpFormatter>());
+    app.formatter(std::make_shared<ToolHelp>());
     app.require_subcommand(0, 1);
     app.fallthrough();
     app.set_version_flag("--version", "qeli2c " QELI2C_VERSION);
