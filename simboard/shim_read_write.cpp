@@ -24,6 +24,7 @@ using ReadAtCall = ssize_t (*)(int, void *, size_t, off_t);
 using CheckedReadAtCall = ssize_t (*)(int, void *, size_t, off_t, size_t);
 using WriteAtCall = ssize_t (*)(int, const void *, size_t, off_t);
 using VectorCall = ssize_t (*)(int, const iovec *, int);
+using VectorAtCall = ssize_t (*)(int, const iovec *, int, off_t);
 using DupCall = int (*)(int);
 using Dup2Call = int (*)(int, int);
 using Dup3Call = int (*)(int, int, int);
@@ -44,16 +45,21 @@ bool transfer(int fd, bool reading, void *buffer, size_t count, ssize_t &result)
     return true;
 }
 
-// A device has no position, so the kernel lets one be given and does not look at it.
-bool transfer_at(int fd, bool reading, void *buffer, size_t count, off_t at, ssize_t &result)
+// A device has no position, so the kernel lets one be given and only refuses what can be none.
+bool refuses_position(int fd, off_t at, ssize_t &result)
 {
     Descriptor descriptor;
-    if (at < 0 && confirm_device(fd, descriptor)) {
-        errno = EINVAL;
-        result = -1;
-        return true;
+    if (at >= 0 || !confirm_device(fd, descriptor)) {
+        return false;
     }
-    return transfer(fd, reading, buffer, count, result);
+    errno = EINVAL;
+    result = -1;
+    return true;
+}
+
+bool transfer_at(int fd, bool reading, void *buffer, size_t count, off_t at, ssize_t &result)
+{
+    return refuses_position(fd, at, result) || transfer(fd, reading, buffer, count, result);
 }
 
 // As the kernel does for drivers that know no vectors: each part that is not empty is a message of
@@ -85,6 +91,12 @@ bool transfer_parts(int fd, bool reading, const iovec *parts, int count, ssize_t
         }
     }
     return true;
+}
+
+bool transfer_parts_at(int fd, bool reading, const iovec *parts, int count, off_t at,
+                       ssize_t &result)
+{
+    return refuses_position(fd, at, result) || transfer_parts(fd, reading, parts, count, result);
 }
 
 int follow(int from, int to)
@@ -125,6 +137,10 @@ ssize_t shim_pwrite(int fd, const void *buffer, size_t count, off_t at) SHIM("pw
 ssize_t shim_pwrite_alias(int fd, const void *buffer, size_t count, long at) SHIM("pwrite");
 ssize_t shim_readv(int fd, const iovec *parts, int count) SHIM("readv");
 ssize_t shim_writev(int fd, const iovec *parts, int count) SHIM("writev");
+ssize_t shim_preadv(int fd, const iovec *parts, int count, off_t at) SHIM("preadv64");
+ssize_t shim_preadv_alias(int fd, const iovec *parts, int count, long at) SHIM("preadv");
+ssize_t shim_pwritev(int fd, const iovec *parts, int count, off_t at) SHIM("pwritev64");
+ssize_t shim_pwritev_alias(int fd, const iovec *parts, int count, long at) SHIM("pwritev");
 int shim_dup(int fd) SHIM("dup");
 int shim_dup2(int fd, int to) SHIM("dup2");
 int shim_dup2_alias(int fd, int to) SHIM("__dup2");
@@ -226,6 +242,34 @@ ssize_t shim_writev(int fd, const iovec *parts, int count)
         return result;
     }
     return NEXT(VectorCall, "writev")(fd, parts, count);
+}
+
+ssize_t shim_preadv(int fd, const iovec *parts, int count, off_t at)
+{
+    ssize_t result;
+    if (may_be_device(fd) && transfer_parts_at(fd, true, parts, count, at, result)) {
+        return result;
+    }
+    return NEXT(VectorAtCall, "preadv64")(fd, parts, count, at);
+}
+
+ssize_t shim_preadv_alias(int fd, const iovec *parts, int count, long at)
+{
+    return shim_preadv(fd, parts, count, at);
+}
+
+ssize_t shim_pwritev(int fd, const iovec *parts, int count, off_t at)
+{
+    ssize_t result;
+    if (may_be_device(fd) && transfer_parts_at(fd, false, parts, count, at, result)) {
+        return result;
+    }
+    return NEXT(VectorAtCall, "pwritev64")(fd, parts, count, at);
+}
+
+ssize_t shim_pwritev_alias(int fd, const iovec *parts, int count, long at)
+{
+    return shim_pwritev(fd, parts, count, at);
 }
 
 int shim_dup(int fd)

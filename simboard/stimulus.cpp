@@ -16,8 +16,8 @@ const Stimulus &require_stimulus(const Chip &chip, const std::string &name)
 {
     const Stimulus *const stimulus = find_stimulus(chip_kind(chip.type), name);
     if (stimulus == nullptr) {
-        throw std::runtime_error(std::string(chip.name) + ", a " + chip_kind(chip.type).name +
-                                 ", has no \"" + name + "\"");
+        throw std::runtime_error(std::string(chip.name) + " (" + chip_kind(chip.type).name +
+                                 ") has no \"" + name + "\"");
     }
     return *stimulus;
 }

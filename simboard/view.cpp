@@ -74,12 +74,20 @@ void close_board(BoardView &view)
     }
 }
 
-Chip &find_chip(const BoardView &view, const std::string &name)
+Chip *look_up_chip(const BoardView &view, const std::string &name)
 {
     for (uint32_t i = 0; i < view.state->header.chip_count; i++) {
         if (name == view.state->chips[i].name) {
-            return view.state->chips[i];
+            return &view.state->chips[i];
         }
+    }
+    return nullptr;
+}
+
+Chip &find_chip(const BoardView &view, const std::string &name)
+{
+    if (Chip *const chip = look_up_chip(view, name)) {
+        return *chip;
     }
     throw std::runtime_error("the board has no device \"" + name + "\"");
 }
@@ -105,6 +113,7 @@ void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<
     std::copy(bytes.begin(), bytes.end(), to);
     chip_settle({state, bus, chip, 0});
     if (chip.type == ChipType::pca9548) {
+        preserve(state, bus, &chip.state.opener, sizeof(chip.state.opener));
         chip.state.opener = {};
     }
 }

@@ -61,6 +61,7 @@ void close_board(BoardView &view);
 
 // The chip of that name, or a std::runtime_error.
 Chip &find_chip(const BoardView &view, const std::string &name);
+Chip *look_up_chip(const BoardView &view, const std::string &name); // null when there is none
 
 std::vector<uint8_t> peek(const BoardView &view, const Chip &chip, uint32_t offset, uint32_t count);
 void poke(const BoardView &view, Chip &chip, uint32_t offset, const std::vector<uint8_t> &bytes);

@@ -129,7 +129,8 @@ TEST_F(StandingBoards, StatusTellsThemApartAndWhoIsAtThem)
          "name       lab\nboard      reference\n"
          "transfers  1, 0 failed; nothing wrong was seen\n"
          "open       bus 2, sw-fan, channel 2, by nobody alive\n"},
-        {"qeli2c-sim status --json lab | grep -c -e '\"channels\": 4' -e '\"switch\": \"sw-fan\"'",
+        {"qeli2c-sim status --json lab | grep -c -e '\"channels\": . 2 .' -e '\"switch\": "
+         "\"sw-fan\"'",
          0, "2\n"},
         {"qeli2c-sim status nowhere", 1, "", "qeli2c-sim: there is no board \"nowhere\"\n"},
         {"find $QELI2C_SIM_DIR/* -perm /077 -not -type l", 0, ""}, // nobody else's business

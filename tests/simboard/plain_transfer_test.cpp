@@ -62,10 +62,11 @@ TEST(PlainTransfer, WithAPositionOrInParts)
     EXPECT_EQ(writev(bus.fd(), parts, 3), 3);
     EXPECT_EQ(pread(bus.fd(), first, 2, 77), 2);
     EXPECT_EQ(pwrite(bus.fd(), "\4", 1, 77), 1);
-    EXPECT_EQ(readv(bus.fd(), parts, 1), 2);
+    EXPECT_EQ(preadv(bus.fd(), parts, 1, 77), 2);
     EXPECT_EQ(first[0], 0x5a);
     EXPECT_EQ(writev(bus.fd(), parts + 1, 1), 0);
     EXPECT_EQ(result_of(pread(bus.fd(), first, 1, -1)), -EINVAL);
+    EXPECT_EQ(result_of(pwritev(bus.fd(), parts, 1, -1)), -EINVAL);
     EXPECT_EQ(board.wire(0),
               (std::vector<std::string>{"W 0x20 04 5a", "P", "W 0x20 01", "P", "R 0x20 11 22", "P",
                                         "W 0x20 04", "P", "R 0x20 5a 22", "P"}));

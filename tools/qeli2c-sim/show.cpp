@@ -63,19 +63,6 @@ std::string speed_text(const simboard::Bus &bus)
     return bus.bit_ns == 0 ? "instant" : std::to_string(1000000 / bus.bit_ns) + "k";
 }
 
-std::string holder_text(const Holder &holder)
-{
-    if (holder.task.pid == 0) {
-        return "nobody known";
-    }
-    std::string text =
-        (holder.name.empty() ? "process" : holder.name) + " " + std::to_string(holder.task.pid);
-    if (holder.task.tid != holder.task.pid) {
-        text += "/" + std::to_string(holder.task.tid);
-    }
-    return text + (holder.alive ? "" : ", ended");
-}
-
 std::string pad(const std::string &text, size_t column)
 {
     return text.size() < column ? text + std::string(column - text.size(), ' ') : text + " ";

@@ -177,6 +177,19 @@ std::vector<Pin> pins_of(const BoardView &view, const Chip &chip,
     return pins;
 }
 
+std::string holder_text(const Holder &holder)
+{
+    if (holder.task.pid == 0) {
+        return "nobody known";
+    }
+    std::string text =
+        (holder.name.empty() ? "process" : holder.name) + " " + std::to_string(holder.task.pid);
+    if (holder.task.tid != holder.task.pid) {
+        text += "/" + std::to_string(holder.task.tid);
+    }
+    return text + (holder.alive ? "" : ", ended");
+}
+
 SwitchState read_switch(const BoardView &view, const Chip &chip)
 {
     simboard::State &state = *view.state;

@@ -41,6 +41,9 @@ struct Holder {
     bool alive = false;
 };
 
+// "qeli2c 1203/1207, ended": its name, its process, its thread unless that is the first.
+std::string holder_text(const Holder &holder);
+
 struct SwitchState {
     uint8_t channels = 0;
     Holder opener;

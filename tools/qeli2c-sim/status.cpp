@@ -1,6 +1,7 @@
 // qeli2c-sim status: the boards there are, and what goes on on them.
 #include "chosen_board.h"
 #include "json_output.h"
+#include "show_facts.h"
 #include "simboard/board.h"
 #include "simboard/board_status.h"
 
@@ -48,15 +49,14 @@ std::string age_text(uint64_t seconds)
                            : std::to_string(seconds / 86400) + " d";
 }
 
-std::string opener_text(const simboard::OpenPath &path)
+std::string opener_text(const BoardLine &line, const simboard::OpenPath &path)
 {
-    if (path.opener.pid == 0) {
-        return "nobody alive";
+    for (const simboard::LiveProcess &process : line.status.processes) {
+        if (path.opener.pid == process.pid) {
+            return holder_text({path.opener, process.name, true});
+        }
     }
-    const std::string pid = std::to_string(path.opener.pid);
-    return path.opener.tid == path.opener.pid
-               ? "process " + pid
-               : "process " + pid + ", thread " + std::to_string(path.opener.tid);
+    return path.opener.pid == 0 ? "nobody alive" : holder_text({path.opener, "", true});
 }
 
 std::string channels_text(uint8_t channels)
@@ -93,7 +93,11 @@ Json::Value to_json(const BoardLine &line)
         Json::Value entry;
         entry["bus"] = path.bus;
         entry["switch"] = path.name;
-        entry["channels"] = path.channels;
+        for (unsigned channel = 0; channel < 8; channel++) {
+            if ((path.channels >> channel & 1) != 0) {
+                entry["channels"].append(channel);
+            }
+        }
         entry["pid"] = path.opener.pid;
         entry["tid"] = path.opener.tid;
         root["open_paths"].append(entry);
@@ -115,7 +119,7 @@ void print_one(const BoardLine &line)
     }
     for (const simboard::OpenPath &path : line.status.open_paths) {
         std::printf("open       bus %u, %s, channel %s, by %s\n", path.bus, path.name.c_str(),
-                    channels_text(path.channels).c_str(), opener_text(path).c_str());
+                    channels_text(path.channels).c_str(), opener_text(line, path).c_str());
     }
 }
 

@@ -8,21 +8,6 @@
 namespace runner
 {
 
-namespace
-{
-
-simboard::Chip *find_device(const simboard::BoardView &view, const std::string &name)
-{
-    for (uint32_t i = 0; i < view.state->header.chip_count; i++) {
-        if (name == view.state->chips[i].name) {
-            return &view.state->chips[i];
-        }
-    }
-    return nullptr;
-}
-
-} // namespace
-
 std::vector<std::string> pin_names(const ChosenBoard &board, const simboard::Chip &chip)
 {
     for (const simboard::DeviceDescription &device : board.description().devices) {
@@ -70,12 +55,13 @@ std::optional<uint32_t> find_pin(const ChosenBoard &board, const simboard::Chip 
 
 Subject find_subject(ChosenBoard &board, const std::string &text)
 {
-    if (simboard::Chip *const chip = find_device(board.view(), text)) {
+    if (simboard::Chip *const chip = simboard::look_up_chip(board.view(), text)) {
         return {chip, "", std::nullopt};
     }
     const size_t dot = text.rfind('.'); // names of devices may hold dots, too
-    simboard::Chip *const chip =
-        dot == std::string::npos ? nullptr : find_device(board.view(), text.substr(0, dot));
+    simboard::Chip *const chip = dot == std::string::npos
+                                     ? nullptr
+                                     : simboard::look_up_chip(board.view(), text.substr(0, dot));
     if (chip == nullptr) {
         throw std::runtime_error("the board has no device \"" + text.substr(0, dot) + "\"");
     }
