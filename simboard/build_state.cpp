@@ -115,6 +115,9 @@ int build_state(State &state, const BoardDescription &description, const uint32_
     header.created_ns = now_ns();
     std::snprintf(header.name, sizeof(header.name), "%s", description.name.c_str());
     int error = init_shared(state.process_mutex);
+    for (uint32_t i = 0; i < kRecorders && error == 0; i++) {
+        error = init_shared(state.recorders[i].alive);
+    }
     for (uint32_t number = 0; number < kBuses && error == 0; number++) {
         Bus &bus = state.buses[number];
         bus.number = static_cast<uint8_t>(number);

@@ -11,6 +11,7 @@ class BusGuard
 {
 public:
     BusGuard(State &state, Bus &bus) : state_(state), bus_(bus) { lock_bus(state, bus, hold_); }
+    BusHold &hold() { return hold_; }
     ~BusGuard() { unlock_bus(state_, bus_, hold_); }
     BusGuard(const BusGuard &) = delete;
     BusGuard &operator=(const BusGuard &) = delete;

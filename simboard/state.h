@@ -18,7 +18,7 @@ namespace simboard
 {
 
 constexpr uint64_t kStateMagic = 0x314d4953494c4551; // "QELISIM1"
-constexpr uint32_t kStateVersion = 5;
+constexpr uint32_t kStateVersion = 6;
 
 constexpr uint32_t kBuses = 16;
 constexpr uint32_t kChips = 1024;
@@ -39,6 +39,7 @@ constexpr uint32_t kJournalLines = 3072;
 
 constexpr size_t kTraceSlotSize = 256;
 constexpr uint32_t kTraceSlots = 4096; // per bus
+constexpr uint32_t kRecorders = 8;
 
 constexpr uint32_t kFaultSteps = 64; // per bus: a bit each in a transfer's mask
 constexpr uint16_t kNoChip = 0xffff;
@@ -206,6 +207,12 @@ struct TraceSlot {
 };
 static_assert(sizeof(TraceSlot) == kTraceSlotSize);
 
+// Somebody who records the trace as it comes (recorder.h).
+struct alignas(kLineSize) Recorder {
+    pthread_mutex_t alive;  // robust, and held by it
+    uint64_t taken[kBuses]; // slots it has copied; looked at and changed with the bus held
+};
+
 struct LockHold {
     uint64_t since_ns; // CLOCK_MONOTONIC
     int32_t pid;       // 0 when nobody holds the lock, as far as seen
@@ -257,6 +264,8 @@ struct State {
     pthread_mutex_t process_mutex;   // robust: guards the claiming of process records
     std::atomic<uint32_t> followers; // a futex: who sleeps until the next transfer (trace.h)
     std::atomic<uint32_t> deleted;   // 1 when nobody can come to the board any more
+    std::atomic<uint32_t> awaited;   // a bit for each recorder that transfers wait for
+    Recorder recorders[kRecorders];
     Bus buses[kBuses];
     Chip chips[kChips];
     ProcessRecord processes[kProcesses];

@@ -64,7 +64,8 @@ struct RecordMessage {
 constexpr size_t kSlotPayload = sizeof(TraceSlot::payload);
 constexpr size_t kLargestRecord =
     sizeof(RecordHead) + kMaxMessages * (sizeof(RecordMessage) + kMaxMessageLength);
-static_assert(kLargestRecord <= kTraceSlots * kSlotPayload, "every byte of a transfer is kept");
+constexpr size_t kMostSlots = (kLargestRecord + kSlotPayload - 1) / kSlotPayload;
+static_assert(kMostSlots <= kTraceSlots, "every byte of a transfer is kept");
 
 // Fills in the reachable switches with open channels, upstream first. With the bus held.
 void record_path(const State &state, const Bus &bus, RecordHead &head);

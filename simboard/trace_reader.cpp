@@ -15,16 +15,24 @@ namespace
 
 constexpr uint64_t kSlotsAtOnce = 256; // the bus is held while they are copied
 
-// Reads a record's bytes in order; zeros beyond its end.
+// In front of a record's bytes in a copy.
+struct RawHead {
+    uint64_t lost; // records in front of it
+    uint32_t bus;
+    uint32_t size;
+};
+
+// Reads bytes in order; zeros beyond their end.
 struct RecordBytes {
-    std::vector<uint8_t> bytes;
+    const uint8_t *bytes;
+    size_t size;
     size_t at = 0;
 
-    void take(void *to, size_t size)
+    void take(void *to, size_t wanted)
     {
-        const size_t part = std::min(size, bytes.size() - at);
+        const size_t part = std::min(wanted, size - at);
         if (part > 0) {
-            std::memcpy(to, bytes.data() + at, part);
+            std::memcpy(to, bytes + at, part);
         }
         at += part;
     }
@@ -69,11 +77,35 @@ TransferRecord read_record(RecordBytes bytes, uint32_t bus)
     return record;
 }
 
-// Slots from the cursor on, up to the end of a record; whole records but for the first, whose
-// beginning may have been overwritten.
-std::vector<TraceSlot> copy_slots(const BoardView &view, uint32_t number, TraceCursor &cursor)
+void append(RawRound &raw, const void *bytes, size_t size)
 {
-    State &state = *view.state;
+    raw.resize(raw.size() + size);
+    std::memcpy(raw.data() + raw.size() - size, bytes, size);
+}
+
+// Copies the record whose first slot is at the cursor.
+void copy_record(const TraceSlot *ring, uint32_t bus, TraceCursor &cursor, RawRound &raw)
+{
+    const TraceSlot &first = ring[cursor.slot % kTraceSlots];
+    const size_t start = raw.size();
+    RawHead head = {0, bus, 0};
+    append(raw, &head, sizeof(head));
+    for (uint64_t end = cursor.slot + first.slots; cursor.slot < end; cursor.slot++) {
+        const TraceSlot &slot = ring[cursor.slot % kTraceSlots];
+        append(raw, slot.payload, slot.used);
+    }
+    RecordHead record;
+    std::memcpy(&record, first.payload, sizeof(record));
+    head.lost = record.number - cursor.number - 1;
+    head.size = static_cast<uint32_t>(raw.size() - start - sizeof(head));
+    std::memcpy(raw.data() + start, &head, sizeof(head));
+    cursor.number = record.number;
+}
+
+// Appends records from the cursor on, not many; false when there are none.
+bool copy_records(State &state, uint32_t number, TraceCursor &cursor, uint32_t recorder,
+                  RawRound &raw)
+{
     Bus &bus = state.buses[number];
     const TraceSlot *const ring = state.traces[number];
     const BusGuard guard(state, bus);
@@ -81,29 +113,31 @@ std::vector<TraceSlot> copy_slots(const BoardView &view, uint32_t number, TraceC
         cursor = {0, 0, bus.state.resets};
     }
     const uint64_t end = bus.state.trace_slots;
-    uint64_t at = std::max(cursor.slot, end > kTraceSlots ? end - kTraceSlots : 0);
+    cursor.slot = std::max(cursor.slot, end > kTraceSlots ? end - kTraceSlots : 0);
     // A transfer that was undone may have overwritten the oldest slots as well.
-    while (at < end &&
-           (ring[at % kTraceSlots].number != at + 1 || ring[at % kTraceSlots].slots == 0)) {
-        at++;
+    while (cursor.slot < end && (ring[cursor.slot % kTraceSlots].number != cursor.slot + 1 ||
+                                 ring[cursor.slot % kTraceSlots].slots == 0)) {
+        cursor.slot++;
     }
-    std::vector<TraceSlot> slots;
-    while (at < end && slots.size() < kSlotsAtOnce) {
-        for (uint64_t left = ring[at % kTraceSlots].slots; left > 0; left--) {
-            slots.push_back(ring[at++ % kTraceSlots]);
-        }
+    const size_t before = raw.size();
+    const uint64_t enough = std::min(end, cursor.slot + kSlotsAtOnce);
+    while (cursor.slot < enough) {
+        copy_record(ring, number, cursor, raw);
     }
-    cursor.slot = at;
-    return slots;
+    note_taken(state, bus, recorder, cursor.slot);
+    return raw.size() > before;
 }
 
-void refill(TraceStream &stream)
+// The records of a copy, from a place in it on.
+template <typename Entries>
+void read_copy(const RawRound &raw, size_t at, Entries &entries)
 {
-    for (TraceStream::Source &source : stream.sources) {
-        if (source.pending.empty()) {
-            source.seen_ns = now_ns(); // who began before holds the bus until it is done
-            read_further(*stream.view, source.bus, source.cursor, source.pending);
-        }
+    while (at < raw.size()) {
+        RawHead head;
+        std::memcpy(&head, raw.data() + at, sizeof(head));
+        at += sizeof(head);
+        entries.push_back({head.lost, read_record({raw.data() + at, head.size}, head.bus)});
+        at += head.size;
     }
 }
 
@@ -112,55 +146,48 @@ void refill(TraceStream &stream)
 bool read_further(const BoardView &view, uint32_t bus, TraceCursor &cursor,
                   std::deque<TraceEntry> &entries)
 {
-    const std::vector<TraceSlot> slots = copy_slots(view, bus, cursor);
-    for (size_t at = 0; at < slots.size();) {
-        RecordBytes bytes;
-        const size_t end = at + slots[at].slots;
-        for (; at < end; at++) {
-            bytes.bytes.insert(bytes.bytes.end(), slots[at].payload,
-                               slots[at].payload + slots[at].used);
-        }
-        TraceEntry entry = {0, read_record(std::move(bytes), bus)};
-        entry.lost = entry.record.number - cursor.number - 1;
-        cursor.number = entry.record.number;
-        entries.push_back(std::move(entry));
-    }
-    return !slots.empty();
+    RawRound raw;
+    const bool more = copy_records(*view.state, bus, cursor, kNoRecorder, raw);
+    read_copy(raw, 0, entries);
+    return more;
 }
 
-TraceStream open_trace(const BoardView &view, const std::vector<uint32_t> &buses)
+TraceTaker open_trace(const BoardView &view, const std::vector<uint32_t> &buses)
 {
-    TraceStream stream;
-    stream.view = &view;
-    for (const uint32_t bus : buses) {
-        stream.sources.push_back({bus, {}, {}, 0});
-    }
-    return stream;
+    return {&view, buses, std::vector<TraceCursor>(buses.size()), kNoRecorder};
 }
 
-bool next_entry(TraceStream &stream, uint64_t until_ns, TraceEntry &entry)
+bool take_round(TraceTaker &taker, RawRound &round)
 {
-    for (bool refilled = false;; refilled = true) {
-        TraceStream::Source *first = nullptr;
-        uint64_t complete_ns = until_ns;
-        for (TraceStream::Source &source : stream.sources) {
-            if (source.pending.empty()) {
-                complete_ns = std::min(complete_ns, source.seen_ns);
-            } else if (first == nullptr || source.pending.front().record.start_ns <
-                                               first->pending.front().record.start_ns) {
-                first = &source;
+    const uint64_t start = now_ns(); // who began before holds the bus until it is done
+    round.clear();
+    append(round, &start, sizeof(start));
+    for (size_t i = 0; i < taker.buses.size(); i++) {
+        // What comes meanwhile is left to the next round.
+        for (uint64_t slots = 0; slots < kTraceSlots; slots += kSlotsAtOnce) {
+            if (!copy_records(*taker.view->state, taker.buses[i], taker.cursors[i], taker.recorder,
+                              round)) {
+                break;
             }
         }
-        if (first != nullptr && first->pending.front().record.start_ns <= complete_ns) {
-            entry = std::move(first->pending.front());
-            first->pending.pop_front();
-            return true;
-        }
-        if (refilled && (first == nullptr || first->pending.front().record.start_ns > until_ns)) {
-            return false;
-        }
-        refill(stream);
     }
+    return round.size() > sizeof(start);
+}
+
+void merge_round(const RawRound &round, std::vector<TraceEntry> &later,
+                 std::deque<TraceEntry> &entries)
+{
+    uint64_t start;
+    std::memcpy(&start, round.data(), sizeof(start));
+    read_copy(round, sizeof(start), later);
+    const auto began = [](const TraceEntry &entry) { return entry.record.start_ns; };
+    std::stable_sort(later.begin(), later.end(),
+                     [&](const TraceEntry &a, const TraceEntry &b) { return began(a) < began(b); });
+    auto end = later.begin();
+    while (end != later.end() && began(*end) <= start) {
+        entries.push_back(std::move(*end++));
+    }
+    later.erase(later.begin(), end);
 }
 
 std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus)

@@ -1,5 +1,5 @@
-// Reading the trace while the board is in use: a few records at a time, and those of several buses
-// merged.
+// Reading the trace while the board is in use: copying it as fast as it comes, and making records
+// of the copy, those of several buses merged.
 #ifndef SIMBOARD_TRACE_READER_H
 #define SIMBOARD_TRACE_READER_H
 
@@ -7,6 +7,7 @@
 #include <deque>
 #include <vector>
 
+#include "simboard/recorder.h"
 #include "simboard/view.h"
 
 namespace simboard
@@ -31,23 +32,27 @@ struct TraceEntry {
 bool read_further(const BoardView &view, uint32_t bus, TraceCursor &cursor,
                   std::deque<TraceEntry> &entries);
 
-// The traces of several buses as one, in the order in which transfers began.
-struct TraceStream {
-    struct Source {
-        uint32_t bus = 0;
-        TraceCursor cursor;
-        std::deque<TraceEntry> pending;
-        uint64_t seen_ns = 0; // everything that began before this has been read
-    };
+// Records as they are in the rings, of one round through the buses.
+using RawRound = std::vector<uint8_t>;
+
+// Copies what comes to several buses, for somebody else to make sense of.
+struct TraceTaker {
     const BoardView *view = nullptr;
-    std::vector<Source> sources;
+    std::vector<uint32_t> buses;
+    std::vector<TraceCursor> cursors; // of each
+    uint32_t recorder = kNoRecorder;  // told what has been copied
 };
 
-TraceStream open_trace(const BoardView &view, const std::vector<uint32_t> &buses);
+TraceTaker open_trace(const BoardView &view, const std::vector<uint32_t> &buses);
 
-// The next transfer that began no later than `until_ns` (CLOCK_MONOTONIC); false when all of them
-// have been read.
-bool next_entry(TraceStream &stream, uint64_t until_ns, TraceEntry &entry);
+// Copies everything that is new; false when nothing was. Pass on also the empty round after one
+// that was not, since it says that nothing came in between.
+bool take_round(TraceTaker &taker, RawRound &round);
+
+// Appends what rounds hold to `entries` in the order in which transfers began. Those that began
+// after the round itself stay in `later`, because other buses may yet have earlier ones.
+void merge_round(const RawRound &round, std::vector<TraceEntry> &later,
+                 std::deque<TraceEntry> &entries);
 
 } // namespace simboard
 

@@ -14,6 +14,7 @@
 #include "simboard/judge.h"
 #include "simboard/pec.h"
 #include "simboard/process.h"
+#include "simboard/recorder.h"
 #include "simboard/trace.h"
 
 namespace simboard
@@ -306,16 +307,8 @@ bool pec_is_right(Wires &wires, const Transfer &transfer)
 void wait_until(uint64_t end_ns)
 {
     constexpr uint64_t kOvershootNs = 80'000;
-    uint64_t now = now_ns();
-    if (now + kOvershootNs < end_ns) {
-        const uint64_t wake = end_ns - kOvershootNs;
-        const timespec until = {static_cast<time_t>(wake / 1'000'000'000),
-                                static_cast<long>(wake % 1'000'000'000)};
-        int cancel;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel);
-        while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
-        }
-        pthread_setcancelstate(cancel, nullptr);
+    if (now_ns() + kOvershootNs < end_ns) {
+        sleep_until(end_ns - kOvershootNs);
     }
     while (now_ns() < end_ns) {
     }
@@ -382,6 +375,7 @@ int run_transfer(State &state, Bus &bus, Transfer &transfer)
     const Self self = current_task(state);
     BusHold hold;
     lock_bus(state, bus, hold);
+    await_recorders(state, bus, hold, kMostSlots);
     int result = try_transfer(state, bus, transfer, self);
     if (result == -EAGAIN) {
         // The kernel itself tries again (drivers/i2c/i2c-core-base.c), as often as it was told to.

@@ -10,6 +10,7 @@
 #include "simboard/bus_guard.h"
 #include "simboard/chip.h"
 #include "simboard/fault_view.h"
+#include "simboard/recorder.h"
 
 namespace simboard
 {
@@ -165,7 +166,8 @@ void reset_board(const BoardView &view)
 {
     State &state = *view.state;
     for (Bus &bus : state.buses) {
-        const BusGuard guard(state, bus);
+        BusGuard guard(state, bus);
+        await_recorders(state, bus, guard.hold(), kTraceSlots); // they have all that was before
         for (uint32_t i = 0; i < bus.chip_count; i++) {
             clear_chip(state, state.chips[bus.first_chip + i]);
         }
@@ -178,6 +180,7 @@ void reset_board(const BoardView &view)
         const uint32_t resets = bus.state.resets + 1;
         bus.state = {};
         bus.state.resets = resets;
+        restart_recorders(state, bus);
     }
     rearm_faults(view);
 }

@@ -28,6 +28,7 @@ add_executable(qeli2c_sim
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/serve.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/show_facts.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/spool.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/standing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/status.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c-sim/subject.cpp

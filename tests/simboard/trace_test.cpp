@@ -321,6 +321,30 @@ TEST(Trace, FollowsUntilInterruptedOrTheBoardIsGone)
     EXPECT_EQ(finished.status, 0);
 }
 
+TEST(Trace, HasEveryTransferOfABurstWhoeverElseIsStuckOverIt)
+{
+    const Bench bench;
+    bench.shell.write_file("burst.py", R"(
+import fcntl, os
+device = os.open("/dev/i2c-7", os.O_RDWR)
+fcntl.ioctl(device, 0x0703, 0x30)
+for i in range(15000):
+    os.write(device, bytes(2))
+)");
+    for (const std::string file : {"a.json", "a.txt", "a.vcd"}) {
+        const Finished finished =
+            bench.run("qeli2c-sim run --board board.json --trace " + file + R"( -- sh -c '
+                rm -f stuck; qeli2c-sim trace --follow -o stuck & stuck=$!
+                until [ -s stuck ]; do i2cget -y 7 0x30 0; sleep 0.01; done >/dev/null
+                kill -STOP $stuck
+                )" PYTHON3 " burst.py & " PYTHON3 R"( burst.py; wait %2; kill -KILL $stuck'
+                grep -c " W 30 00 00$\|\"bytes\":.0,0" )" +
+                      file);
+        EXPECT_EQ(finished.err, "");
+        EXPECT_EQ(finished.out, file == "a.vcd" ? "0\n" : "30000\n");
+    }
+}
+
 TEST(Trace, SaysWhatItNoLongerHolds)
 {
     const Bench bench;

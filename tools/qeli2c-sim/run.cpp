@@ -152,18 +152,41 @@ std::unique_ptr<BackgroundTrace> open_trace(const std::string &directory, TraceC
     return std::make_unique<BackgroundTrace>(directory, choice);
 }
 
-// The command's status; a failure to write the trace counts when the command itself did not fail.
-int end_trace(BackgroundTrace *trace, int status)
+// Waits until the rest of the trace is written; a signal that ends programs leaves it out. Returns
+// 0, or what the signal makes the exit status.
+int await_trace(BackgroundTrace &trace, const sigset_t &watched)
 {
+    int status = kDone;
+    trace.stop();
+    while (!trace.is_written()) {
+        const timespec moment = {0, 2'000'000};
+        const int number = sigtimedwait(&watched, nullptr, &moment);
+        if (number > 0 && number != SIGCHLD && number != SIGUSR1 && number != SIGUSR2) {
+            std::fprintf(stderr, "qeli2c-sim: interrupted: the end of the trace is missing\n");
+            status = kKilled + number;
+            trace.abandon();
+            break;
+        }
+    }
+    return status;
+}
+
+// The command's status; what befalls the trace counts when the command itself did not fail.
+int end_trace(BackgroundTrace *trace, const sigset_t &watched, int status)
+{
+    int own_status = kDone;
     try {
         if (trace != nullptr) {
-            trace->finish();
+            own_status = await_trace(*trace, watched);
+            if (!trace->finish() && own_status == kDone) {
+                own_status = kFailed;
+            }
         }
     } catch (const std::runtime_error &error) {
         std::fprintf(stderr, "qeli2c-sim: %s\n", error.what());
-        return status == kDone ? kFailed : status;
+        own_status = kFailed;
     }
-    return status;
+    return status == kDone ? own_status : status;
 }
 
 int run_command(const RunArguments &arguments, const std::vector<std::string> &command)
@@ -188,7 +211,7 @@ int run_command(const RunArguments &arguments, const std::vector<std::string> &c
     if (trace != nullptr) {
         trace->start();
     }
-    const int status = end_trace(trace.get(), wait_for(child, watched));
+    const int status = end_trace(trace.get(), watched, wait_for(child, watched));
     return judge_faults(holder.board.directory, status);
 }
 

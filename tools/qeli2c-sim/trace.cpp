@@ -47,6 +47,7 @@ void watch_signals(simboard::State &state)
     followed = &state;
     struct sigaction action = {};
     action.sa_handler = interrupt;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND); // the second time it is final
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(number, &action, nullptr);
     }
@@ -109,11 +110,14 @@ int trace_board(TraceArguments arguments)
         wants_color(arguments.color) && (choice.file.empty() || arguments.color == "always");
     ChosenBoard board(arguments.board);
     TraceSession session(board.view(), choice, filter_of(arguments, board.view()));
+    if (arguments.follow) {
+        watch_signals(*board.view().state);
+        session.await();
+    }
     if (arguments.last || !arguments.follow) {
         session.copy(arguments.last);
     }
     if (arguments.follow) {
-        watch_signals(*board.view().state);
         session.follow(interrupted);
     }
     session.finish();

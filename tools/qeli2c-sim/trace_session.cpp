@@ -15,6 +15,8 @@ namespace runner
 namespace
 {
 
+constexpr uint64_t kRoundNs = 1'000'000;
+
 using simboard::Chip;
 using simboard::State;
 using simboard::TransferRecord;
@@ -81,7 +83,7 @@ std::vector<uint32_t> described_buses(const State &state)
 TraceSession::TraceSession(const simboard::BoardView &view, const TraceChoice &choice,
                            TraceFilter filter)
     : view_(view), choice_(choice), filter_(std::move(filter)),
-      style_(style_of(*view.state, choice)), stream_(simboard::open_trace(view, filter_.buses))
+      style_(style_of(*view.state, choice)), taker_(simboard::open_trace(view, filter_.buses))
 {
     file_ = choice.file.empty() ? stdout : std::fopen(choice.file.c_str(), "we");
     if (file_ == nullptr) {
@@ -98,6 +100,7 @@ TraceSession::TraceSession(const simboard::BoardView &view, const TraceChoice &c
 
 TraceSession::~TraceSession()
 {
+    simboard::release_recorder(*view_.state, taker_.recorder);
     if (file_ != nullptr && file_ != stdout) {
         std::fclose(file_);
     }
@@ -151,18 +154,16 @@ void TraceSession::take(const simboard::TraceEntry &entry)
     }
 }
 
-void TraceSession::drain(uint64_t until_ns)
-{
-    simboard::TraceEntry entry;
-    while (simboard::next_entry(stream_, until_ns, entry)) {
-        take(entry);
-    }
-}
-
 void TraceSession::copy(std::optional<uint64_t> last)
 {
     last_ = last;
-    drain(simboard::now_ns());
+    simboard::RawRound round;
+    std::deque<simboard::TraceEntry> entries;
+    simboard::take_round(taker_, round);
+    simboard::merge_round(round, later_, entries);
+    for (const simboard::TraceEntry &entry : entries) {
+        take(entry);
+    }
     last_.reset();
     for (const TransferRecord &record : newest_) {
         write(record);
@@ -170,22 +171,72 @@ void TraceSession::copy(std::optional<uint64_t> last)
     newest_.clear();
 }
 
+void TraceSession::await()
+{
+    uint32_t mask = 0;
+    for (const uint32_t bus : filter_.buses) {
+        mask |= 1U << bus;
+    }
+    taker_.recorder = simboard::register_recorder(*view_.state, mask);
+}
+
 void TraceSession::follow(const std::atomic<bool> &stop)
 {
+    std::thread recorder([&] { record(stop); });
+    write_spooled();
+    recorder.join();
+}
+
+// While transfers come it looks for them from time to time, so that they need not wake it.
+void TraceSession::record(const std::atomic<bool> &stop)
+{
     State &state = *view_.state;
+    simboard::RawRound round;
+    bool quiet = true;
     for (bool ends = false; !ends;) {
-        const uint32_t expected = simboard::expect_record(state);
-        ends = stop.load() || state.deleted.load() != 0;
-        drain(simboard::now_ns());
-        std::fflush(file_);
-        if (!ends && std::ferror(file_) == 0) {
-            simboard::await_record(state, expected);
+        const uint32_t expected = quiet ? simboard::expect_record(state) : 0;
+        ends = stop || spool_.is_abandoned() || state.deleted != 0;
+        const bool came = simboard::take_round(taker_, round);
+        if (came || !quiet) {
+            spool_.put(std::move(round));
+            round = {};
         }
-        ends = ends || std::ferror(file_) != 0;
+        if (!ends && quiet && !came) {
+            simboard::await_record(state, expected);
+        } else if (!ends) {
+            simboard::sleep_until(simboard::now_ns() + kRoundNs);
+        }
+        quiet = !came;
+    }
+    simboard::retire_recorder(state, taker_.recorder);
+    spool_.close();
+}
+
+void TraceSession::write_spooled()
+{
+    simboard::RawRound round;
+    std::deque<simboard::TraceEntry> entries;
+    while (spool_.get(round)) {
+        simboard::merge_round(round, later_, entries);
+        for (; !entries.empty() && !spool_.is_abandoned(); entries.pop_front()) {
+            take(entries.front());
+        }
+        if (spool_.is_empty()) {
+            std::fflush(file_);
+        }
+        if (std::ferror(file_) != 0) {
+            abandon();
+        }
     }
 }
 
-void TraceSession::finish()
+void TraceSession::abandon()
+{
+    spool_.abandon();
+    simboard::call_followers(*view_.state);
+}
+
+bool TraceSession::finish()
 {
     if (choice_.format == TraceFormat::vcd) {
         finish_vcd(vcd_, lost_);
@@ -199,12 +250,16 @@ void TraceSession::finish()
             throw std::runtime_error(choice_.file + ": cannot be written" + reason);
         }
     }
+    if (spool_.is_broken()) {
+        throw std::runtime_error("the trace's temporary file cannot be read");
+    }
     for (const auto &[bus, count] : lost_) {
         if (choice_.format == TraceFormat::vcd || !choice_.file.empty()) {
             std::fprintf(stderr, "qeli2c-sim: bus %u: %llu transfers are missing in the trace\n",
                          bus, static_cast<unsigned long long>(count));
         }
     }
+    return lost_.empty();
 }
 
 BackgroundTrace::BackgroundTrace(const std::string &directory, const TraceChoice &choice)
@@ -213,33 +268,48 @@ BackgroundTrace::BackgroundTrace(const std::string &directory, const TraceChoice
     TraceFilter filter;
     filter.buses = described_buses(*view_.state);
     session_ = std::make_unique<TraceSession>(view_, choice, std::move(filter));
+    session_->await();
 }
 
 BackgroundTrace::~BackgroundTrace()
 {
     stop();
+    join();
     session_.reset();
     simboard::close_board(view_);
 }
 
 void BackgroundTrace::start()
 {
-    thread_ = std::thread([this] { session_->follow(stop_); });
+    thread_ = std::thread([this] {
+        session_->follow(stop_);
+        written_ = true;
+    });
 }
 
 void BackgroundTrace::stop()
 {
+    stop_ = true;
+    simboard::call_followers(*view_.state);
+}
+
+void BackgroundTrace::abandon()
+{
+    session_->abandon();
+}
+
+void BackgroundTrace::join()
+{
     if (thread_.joinable()) {
-        stop_ = true;
-        simboard::call_followers(*view_.state);
         thread_.join();
     }
 }
 
-void BackgroundTrace::finish()
+bool BackgroundTrace::finish()
 {
     stop();
-    session_->finish();
+    join();
+    return session_->finish();
 }
 
 } // namespace runner

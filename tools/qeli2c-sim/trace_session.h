@@ -3,6 +3,7 @@
 #define QELI2C_SIM_TRACE_SESSION_H
 
 #include "command_line.h"
+#include "spool.h"
 #include "trace_style.h"
 #include "trace_vcd.h"
 
@@ -54,15 +55,21 @@ public:
 
     // What is there now; only the last of them if `last` is given.
     void copy(std::optional<uint64_t> last);
+    // From now on transfers wait when they come faster than `follow` can copy them. Called by the
+    // thread that ends the session.
+    void await();
     // What is there and what comes, until `stop` is set and followers are called, or the board is
-    // deleted.
+    // deleted. It is copied as it comes, and written as fast as can be.
     void follow(const std::atomic<bool> &stop);
-    // Ends what was written, and says on standard error what was lost. A std::runtime_error when it
-    // could not be written.
-    void finish();
+    // What has been copied is not written any more; by any thread.
+    void abandon();
+    // Ends what was written, and says on standard error what was lost; returns whether nothing was.
+    // A std::runtime_error when it could not be written.
+    bool finish();
 
 private:
-    void drain(uint64_t until_ns);
+    void record(const std::atomic<bool> &stop);
+    void write_spooled();
     void take(const simboard::TraceEntry &entry);
     void write(const simboard::TransferRecord &record);
     bool matches(const simboard::TransferRecord &record) const;
@@ -73,7 +80,9 @@ private:
     TraceStyle style_;
     FILE *file_ = nullptr;
     VcdWriter vcd_;
-    simboard::TraceStream stream_;
+    simboard::TraceTaker taker_;
+    std::vector<simboard::TraceEntry> later_;
+    Spool spool_;
     std::map<uint32_t, uint64_t> lost_;
     std::optional<uint64_t> last_;
     std::deque<simboard::TransferRecord> newest_;
@@ -85,15 +94,22 @@ class BackgroundTrace
 public:
     BackgroundTrace(const std::string &directory, const TraceChoice &choice);
     ~BackgroundTrace();
+    BackgroundTrace(const BackgroundTrace &) = delete;
+    BackgroundTrace &operator=(const BackgroundTrace &) = delete;
+
     void start();
-    void finish(); // everything is written; a std::runtime_error when that failed
+    void stop();                                 // nothing more is taken
+    bool is_written() const { return written_; } // everything that was
+    void abandon();                              // leaves out what is not written yet
+    bool finish();                               // as a session's
 
 private:
-    void stop();
+    void join();
 
     simboard::BoardView view_;
     std::unique_ptr<TraceSession> session_;
     std::atomic<bool> stop_{false};
+    std::atomic<bool> written_{false};
     std::thread thread_;
 };
 

@@ -4,6 +4,8 @@
 #include "trace_style.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 
 namespace runner
 {
@@ -117,15 +119,19 @@ std::string identifier(const VcdBus &bus, bool is_clock)
 
 void write_level(const VcdWriter &writer, const VcdBus &bus, bool is_clock)
 {
-    std::fprintf(writer.file, "%c%s\n", (is_clock ? bus.scl : bus.sda) ? '1' : '0',
-                 identifier(bus, is_clock).c_str());
+    const char level = (is_clock ? bus.scl : bus.sda) ? '1' : '0';
+    const std::string line = level + identifier(bus, is_clock) + '\n';
+    std::fwrite(line.data(), 1, line.size(), writer.file);
 }
 
 void move_to(VcdWriter &writer, uint64_t time)
 {
     if (time > writer.now || !writer.begun) {
         writer.now = time;
-        std::fprintf(writer.file, "#%llu\n", static_cast<unsigned long long>(time));
+        char line[24] = "#";
+        char *const end = std::to_chars(line + 1, std::end(line) - 1, time).ptr;
+        *end = '\n';
+        std::fwrite(line, 1, static_cast<size_t>(end + 1 - line), writer.file);
     }
 }
 
