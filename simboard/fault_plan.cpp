@@ -200,7 +200,7 @@ void read_own(const StepReader &from, FaultStep &step)
         const std::string call = read_text(from.reader, from.value, from.path, "call");
         step.call = find_call(call);
         if (step.call == 0 && !call.empty()) {
-            from.complain("call", "must be " + list_calls());
+            from.complain("call", "must be \"open\" or an ioctl's name, for example \"I2C_RDWR\"");
         }
         if (step.call == kCallOpen && (from.has("device") || from.has("address"))) {
             from.complain(from.has("device") ? "device" : "address",
@@ -235,7 +235,8 @@ PlannedFault read_step(Reader &reader, const Json::Value &value, const std::stri
     const FaultWords *const words = find_fault_words(name);
     if (words == nullptr) {
         if (!name.empty()) {
-            complain(reader, value["fault"], join(path, "fault"), "must be " + list_faults());
+            complain(reader, value["fault"], join(path, "fault"),
+                     "is no fault; qeli2c-sim inject --help lists them");
         }
         return fault;
     }

@@ -55,21 +55,6 @@ FaultWords words(FaultKind kind, const char *name, const char *meaning,
     return {kind, name, meaning, target, keys_with(own, filters, target)};
 }
 
-template <typename List, typename Name>
-std::string list_names(const List &list, Name name)
-{
-    std::string text;
-    size_t left = std::size(list);
-    for (const auto &entry : list) {
-        left--;
-        text += (text.empty() ? "\""
-                 : left == 0  ? " or \""
-                              : ", \"") +
-                std::string(name(entry)) + "\"";
-    }
-    return text;
-}
-
 std::string in_hex(unsigned value, bool word)
 {
     char text[16];
@@ -182,16 +167,6 @@ int find_errno(const std::string &name)
         }
     }
     return 0;
-}
-
-std::string list_faults()
-{
-    return list_names(all_fault_words(), [](const FaultWords &entry) { return entry.name; });
-}
-
-std::string list_calls()
-{
-    return list_names(kCalls, [](const Call &call) { return call.name; });
 }
 
 std::string describe_target(const State &state, uint32_t bus, const FaultStep &step)

@@ -36,10 +36,6 @@ uint32_t find_call(const std::string &name);
 // 0 for a name that is none.
 int find_errno(const std::string &name);
 
-// All names, each in quotes, as a sentence lists them.
-std::string list_faults();
-std::string list_calls();
-
 // Where the fault strikes: a device's name, or "bus 4", or "bus 4 at 0x50".
 std::string describe_target(const State &state, uint32_t bus, const FaultStep &step);
 

@@ -79,7 +79,7 @@ std::string find_board_file(const std::string &given)
 void add_board_choice(CLI::App &command, BoardChoice &choice)
 {
     add_option(command, "--board", choice.file, "FILE",
-               "Board file; else $QELI2C_BOARD or the reference board");
+               "Board; else $QELI2C_BOARD or the reference board");
     add_option(command, "--speed", choice.speed, "SPEED",
                "instant, 100k or 400k; else as the board file says", {"instant", "100k", "400k"});
     add_option(command, "--plan", choice.plan, "FILE", "Fault plan that the board starts with");

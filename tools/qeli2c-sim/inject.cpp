@@ -68,8 +68,12 @@ read_fault(const Arguments &arguments, const simboard::BoardDescription &board, 
     std::vector<simboard::DescriptionError> errors;
     const simboard::PlannedFault fault = simboard::make_fault(members, board, seed, errors);
     for (const simboard::DescriptionError &error : errors) {
-        const std::string what = error.key == "fault" ? arguments.fault : "--" + error.key;
-        usage_failure(what + ": " + error.message);
+        if (error.key == "fault") { // says itself where to look
+            std::fprintf(stderr, "qeli2c-sim: %s: %s\n", arguments.fault.c_str(),
+                         error.message.c_str());
+        } else {
+            usage_failure("--" + error.key + ": " + error.message);
+        }
     }
     if (!errors.empty()) {
         return std::nullopt;
