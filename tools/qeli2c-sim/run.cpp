@@ -149,6 +149,11 @@ std::unique_ptr<BackgroundTrace> open_trace(const std::string &directory, TraceC
         return nullptr;
     }
     choice.format = format_of(choice.file);
+    // A reader that has seen enough ends the trace, not the command.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &pipe, nullptr);
     return std::make_unique<BackgroundTrace>(directory, choice);
 }
 
