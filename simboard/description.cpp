@@ -28,7 +28,7 @@ struct Segment {
     uint32_t channel = 0;
 };
 
-unsigned line_of_member(const Reader &reader, const Json::Value &object, const char *key)
+unsigned line_of_member(Reader &reader, const Json::Value &object, const char *key)
 {
     return line_of(reader, object.isMember(key) ? object[key] : object);
 }

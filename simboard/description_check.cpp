@@ -46,12 +46,18 @@ void check_against(const BoardDescription &board, const DeviceDescription &devic
                    const DeviceDescription &other, const DevicePlace &place,
                    std::vector<DescriptionError> &errors)
 {
+    const bool same_name = !device.name.empty() && device.name == other.name;
+    const bool same_address =
+        device.address != 0 && device.address == other.address && device.bus == other.bus;
+    if (!same_name && !same_address) {
+        return;
+    }
     const std::string where = " (line " + std::to_string(other.line) + ")";
-    if (!device.name.empty() && device.name == other.name) {
+    if (same_name) {
         errors.push_back({place.name_line, place.path + ".name",
                           "\"" + device.name + "\" is already taken" + where});
     }
-    if (device.address == 0 || device.address != other.address || device.bus != other.bus) {
+    if (!same_address) {
         return;
     }
     const std::string at = address_text(device.address);

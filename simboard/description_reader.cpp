@@ -64,10 +64,18 @@ void sort_by_line(std::vector<DescriptionError> &errors)
         [](const DescriptionError &a, const DescriptionError &b) { return a.line < b.line; });
 }
 
-unsigned line_of(const Reader &reader, const Json::Value &value)
+unsigned line_of(Reader &reader, const Json::Value &value)
 {
-    const auto start = reader.text.begin();
-    return 1 + static_cast<unsigned>(std::count(start, start + value.getOffsetStart(), '\n'));
+    std::vector<size_t> &ends = reader.line_ends;
+    if (ends.empty()) {
+        for (size_t at = 0; (at = reader.text.find('\n', at)) != std::string::npos; at++) {
+            ends.push_back(at);
+        }
+        ends.push_back(reader.text.size());
+    }
+    const auto start = static_cast<size_t>(value.getOffsetStart());
+    return 1 +
+           static_cast<unsigned>(std::lower_bound(ends.begin(), ends.end(), start) - ends.begin());
 }
 
 void complain(Reader &reader, const Json::Value &value, const std::string &key,

@@ -18,7 +18,8 @@ namespace simboard
 struct Reader {
     const std::string &text;
     std::vector<DescriptionError> &errors;
-    BoardDescription board; // that is read, or that the file is about
+    BoardDescription board;          // that is read, or that the file is about
+    std::vector<size_t> line_ends{}; // found when the first line is asked for
 };
 
 // False, with what is wrong, when the text is not valid JSON. Keys that are there twice are
@@ -28,7 +29,7 @@ bool parse_json(const std::string &text, Json::Value &root, std::vector<Descript
 // Mistakes in the order of the file.
 void sort_by_line(std::vector<DescriptionError> &errors);
 
-unsigned line_of(const Reader &reader, const Json::Value &value);
+unsigned line_of(Reader &reader, const Json::Value &value);
 
 // Adds an error at `value`; `key` is its path.
 void complain(Reader &reader, const Json::Value &value, const std::string &key,
