@@ -2,6 +2,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "output.h"
 #include "tool.h"
 
 #include <cerrno>
@@ -71,9 +72,8 @@ int run_reported(const std::string &line, const std::string &place, const Option
     try {
         run_line(line, options);
     } catch (const Failure &failure) {
-        std::cout.flush();
         if (!failure.message.empty())
-            std::cerr << "qeli2c: " << place << ": " << failure.message << "\n";
+            tell(place + ": " + failure.message);
         return failure.status;
     }
     return EXIT_DONE;
@@ -104,6 +104,8 @@ void batch(const BatchArguments &arguments, const Options &options)
         if (prompt)
             std::cout.flush();
         failed += status != EXIT_DONE;
+        if (!std::cout)
+            flush_results();
         if (status != EXIT_DONE && !arguments.keep_going && !prompt)
             throw Failure{status, ""};
     }

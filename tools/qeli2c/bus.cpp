@@ -25,17 +25,18 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kSampleEvery(2);
+constexpr uint32_t kForever = 100U * 365 * 86400; // seconds
 
 struct BusArguments {
     std::string bus;
     std::vector<std::string> words;
-    std::string seconds, interval = "1";
+    std::string seconds, interval, command;
 };
 
-std::vector<uint32_t> chosen_buses(const BusArguments &arguments, const Options &options)
+std::vector<uint32_t> chosen_buses(const std::vector<std::string> &words, const Options &options)
 {
     std::vector<uint32_t> buses;
-    for (const std::string &word : arguments.words)
+    for (const std::string &word : words)
         buses.push_back(number_in(word, 0, kLastBus, "bus"));
     if (!buses.empty())
         return buses;
@@ -49,7 +50,7 @@ std::vector<uint32_t> chosen_buses(const BusArguments &arguments, const Options 
 
 void status(const BusArguments &arguments, const Options &options)
 {
-    const std::vector<uint32_t> buses = chosen_buses(arguments, options);
+    const std::vector<uint32_t> buses = chosen_buses(arguments.words, options);
     Json::Value json;
     json["buses"] = Json::Value(Json::arrayValue);
     for (const uint32_t bus : buses) {
@@ -88,7 +89,7 @@ std::string in_words(const Owner &owner)
 
 void owners(const BusArguments &arguments, const Options &options)
 {
-    const std::vector<uint32_t> buses = chosen_buses(arguments, options);
+    const std::vector<uint32_t> buses = chosen_buses(arguments.words, options);
     map_owners();
     Json::Value json;
     json["buses"] = Json::Value(Json::arrayValue);
@@ -124,8 +125,10 @@ struct BusStatistics {
     ui2c_adapter *adapter = nullptr;
     uint64_t samples = 0;
     uint64_t busy = 0; // samples that found the bus taken
+    double busy_seconds = 0;
     double longest_wait = 0;
-    std::map<uint32_t, uint64_t> owners; // samples that found each process to be the last owner
+    Clock::time_point last = Clock::now(); // end of the sample before
+    std::map<uint32_t, uint64_t> owners;   // samples that found each process to be the last owner
 };
 
 // Takes the semaphore alone, and gives it back: nothing goes over the bus, no owner is recorded.
@@ -140,7 +143,12 @@ void sample(BusStatistics &statistics)
                                " cannot be taken");
     ipc_unlock_adapter(semaphore);
     statistics.samples++;
-    statistics.busy += wait.count() > kTaken;
+    if (wait.count() > kTaken) { // then it is taken to have been so since the sample before
+        const std::chrono::duration<double> taken = Clock::now() - statistics.last;
+        statistics.busy++;
+        statistics.busy_seconds += taken.count();
+    }
+    statistics.last = Clock::now();
     statistics.longest_wait = std::max(statistics.longest_wait, wait.count());
     if (const uint32_t pid = owner_pid(statistics.bus))
         statistics.owners[pid]++;
@@ -152,6 +160,7 @@ Json::Value json_of(const BusStatistics &statistics)
     json["bus"] = statistics.bus;
     json["samples"] = Json::UInt64(statistics.samples);
     json["busy"] = Json::UInt64(statistics.busy);
+    json["busy_seconds"] = statistics.busy_seconds;
     json["longest_wait_ms"] = statistics.longest_wait * 1e3;
     json["owners"] = Json::Value(Json::arrayValue);
     for (const auto &[pid, count] : statistics.owners) {
@@ -182,13 +191,12 @@ void print_statistics(const std::vector<BusStatistics> &all, double seconds, con
                 owners += (owners.empty() ? "" : ", ") + owner;
         }
         std::printf("%-4u %5.1f %%  %6.2f ms  %s\n", statistics.bus,
-                    100.0 * static_cast<double>(statistics.busy) /
-                        static_cast<double>(std::max<uint64_t>(statistics.samples, 1)),
-                    statistics.longest_wait * 1e3, owners.empty() ? "-" : owners.c_str());
+                    100.0 * statistics.busy_seconds / seconds, statistics.longest_wait * 1e3,
+                    owners.empty() ? "-" : owners.c_str());
     }
     if (options.json)
         print_json_line(json);
-    std::fflush(stdout);
+    flush_results();
 }
 
 std::vector<BusStatistics> fresh(const std::vector<uint32_t> &buses)
@@ -202,28 +210,48 @@ std::vector<BusStatistics> fresh(const std::vector<uint32_t> &buses)
     return all;
 }
 
+// Looks until `end` has come, a signal, or the end of `child` if there is one. False after the
+// latter two; what there is to tell is told in any case.
+bool watch_until(std::vector<BusStatistics> &all, Clock::time_point end, pid_t child, int &status)
+{
+    while (Clock::now() < end) {
+        for (BusStatistics &statistics : all)
+            sample(statistics);
+        if (child ? child_ended(child, status) : interrupted())
+            return false;
+        pause_unless_interrupted(kSampleEvery);
+    }
+    return true;
+}
+
 void stats(const BusArguments &arguments, const Options &options)
 {
-    const std::vector<uint32_t> buses = chosen_buses(arguments, options);
-    const uint32_t interval = number_in(arguments.interval, 1, 86400, "--interval");
-    const uint32_t seconds = arguments.seconds.empty()
-                                 ? UINT32_MAX
-                                 : number_in(arguments.seconds, 1, 86400, "--seconds");
+    const std::string &command = arguments.command;
+    const std::vector<uint32_t> buses = chosen_buses(arguments.words, options);
+    const std::chrono::seconds most(
+        arguments.seconds.empty() ? kForever : number_in(arguments.seconds, 1, 86400, "--seconds"));
+    const std::chrono::seconds interval(!arguments.interval.empty()
+                                            ? number_in(arguments.interval, 1, 86400, "--interval")
+                                        : command.empty() ? 1U
+                                                          : kForever);
+    if (!command.empty() && !arguments.seconds.empty())
+        throw usage_error("--seconds and --while contradict each other");
     map_owners();
     defer_interrupts();
-    const Clock::time_point start = Clock::now();
     std::vector<BusStatistics> all = fresh(buses);
-    for (uint32_t shown = 0; shown < seconds && !interrupted();) {
-        const uint32_t end = std::min(seconds, shown + interval);
-        while (Clock::now() - start < std::chrono::seconds(end) &&
-               pause_unless_interrupted(kSampleEvery))
-            for (BusStatistics &statistics : all)
-                sample(statistics);
+    int status = EXIT_DONE;
+    const pid_t child = command.empty() ? 0 : start_child({"sh", "-c", command});
+    const Clock::time_point start = Clock::now();
+    Clock::time_point end = start;
+    for (bool more = true; more && (child || end - start < most);) {
+        end = child ? end + interval : std::min(end + interval, start + most);
+        more = watch_until(all, end, child, status);
         const std::chrono::duration<double> passed = Clock::now() - start;
         print_statistics(all, passed.count(), options);
         all = fresh(buses);
-        shown = end;
     }
+    if (status != EXIT_DONE)
+        throw Failure{status, ""};
 }
 
 } // namespace
@@ -238,14 +266,17 @@ void add_bus(CLI::App &app, Tool &tool)
     const auto [stats_command, of_stats] =
         add_command(group, tool, "stats", "Show how busy buses are, and with whom",
                     "Looks at each bus every other millisecond until Ctrl-C: whether it is taken,\n"
-                    "how long one waits for it, who took it last. Nothing goes over the bus.",
+                    "how long one waits for it, who took it last. Nothing goes over the bus.\n"
+                    "Example: qeli2c bus stats 4 --while 'qeli2c scan 4 >/dev/null'",
                     stats);
     add_arguments(status_command, "BUS...", of_status.words, "Buses; all if none", Number::any);
     add_arguments(owners_command, "BUS...", of_owners.words, "Buses; all if none", Number::any);
     add_arguments(stats_command, "BUS...", of_stats.words, "Buses; all if none", Number::any);
+    add_option(stats_command, "--while", of_stats.command, "COMMAND",
+               "Look while the shell runs this, then end as it does");
     add_option(stats_command, "--seconds", of_stats.seconds, "N", "End after so many seconds");
     add_option(stats_command, "--interval", of_stats.interval, "N",
-               "Seconds between two tables, 1 if not given");
+               "Seconds between two tables, else 1");
     const auto [hold_command, of_hold] = add_command(
         group, tool, "hold", "Keep a bus to oneself while a command runs",
         "The command can use i2cget and others that know nothing of holds; what takes\n"

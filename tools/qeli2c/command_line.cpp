@@ -98,6 +98,16 @@ Failure usage_failure(const CLI::App &app, std::string message)
     return usage_error(message + " (see '" + command + " --help')");
 }
 
+Failure unexpected(const CLI::App &app)
+{
+    const std::string word = app.remaining(true).front();
+    const CLI::App *at = &app;
+    while (!at->get_subcommands().empty())
+        at = at->get_subcommands().front();
+    const bool command = !at->get_subcommands({}).empty() && !word.starts_with("-");
+    return usage_failure(app, (command ? "no command '" : "unexpected argument '") + word + "'");
+}
+
 } // namespace
 
 CLI::App &add_command(CLI::App &app, const char *name, const char *description, const char *footer,
@@ -165,6 +175,8 @@ void parse_command_line(const std::vector<std::string> &words, Tool &tool)
     } catch (const CLI::Success &success) {
         app.exit(success);
         return;
+    } catch (const CLI::ExtrasError &) {
+        throw unexpected(app);
     } catch (const CLI::ParseError &error) {
         throw usage_failure(app, error.what());
     }

@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <iostream>
 #include <unistd.h>
 
 namespace tool
@@ -68,7 +67,10 @@ class File
 {
 public:
     File(const std::string &name, int flags)
-        : name_(name == "-" ? "standard input" : name), standard_(name == "-")
+        : name_(name != "-"         ? name
+                : flags == O_RDONLY ? "standard input"
+                                    : "standard output"),
+          standard_(name == "-")
     {
         fd_ = name == "-" ? (flags == O_RDONLY ? STDIN_FILENO : STDOUT_FILENO)
                           : open(name.c_str(), flags | O_CLOEXEC, 0666);
@@ -225,7 +227,7 @@ void print_summary(const Options &options, const Job &job, const Result &result,
         char time[64];
         std::snprintf(time, sizeof time, ", in %.1f s (%s/s)", seconds,
                       amount(result.bytes / std::max(seconds, 1e-3)).c_str());
-        std::cerr << "qeli2c: " << text << time << "\n";
+        tell(text + time);
     }
 }
 

@@ -154,7 +154,7 @@ void print_event(const Expander &expander, uint32_t pin, bool level, double seco
     } else {
         std::printf("%10.3f  %-20s  %s\n", seconds, pin_name(expander, pin).c_str(),
                     level ? "0 -> 1" : "1 -> 0");
-        std::fflush(stdout);
+        flush_results();
     }
 }
 
@@ -171,7 +171,7 @@ void watch(const GpioArguments &arguments, const Options &options)
     const Clock::time_point start = Clock::now();
     PinRegisters before = read_pins(expander);
     if (!options.quiet)
-        std::cerr << "qeli2c: watching " << to_string(expander.target) << ", Ctrl-C ends\n";
+        tell("watching " + to_string(expander.target) + ", Ctrl-C ends");
     while (left > 0 && pause_unless_interrupted(interval)) {
         const PinRegisters now = read_pins(expander);
         const std::chrono::duration<double> seconds = Clock::now() - start;

@@ -2,6 +2,7 @@
 #include "command_line.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "output.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -30,7 +31,7 @@ void restart_with_trace(char **argv)
     setting += kTraceSetting;
     setenv(kTraceVariable, setting.c_str(), 1);
     execv("/proc/self/exe", argv);
-    std::cerr << "qeli2c: no trace: " << std::strerror(errno) << "\n";
+    tool::tell(std::string("no trace: ") + std::strerror(errno));
 }
 
 int run(const std::vector<std::string> &words, char **argv)
@@ -43,17 +44,13 @@ int run(const std::vector<std::string> &words, char **argv)
             restart_with_trace(argv);
         if (tool.action)
             tool.action();
+        tool::flush_results();
     } catch (const tool::Failure &failure) {
         if (!failure.message.empty())
-            std::cerr << "qeli2c: " << failure.message << "\n";
+            tool::tell(failure.message);
         status = failure.status;
     }
     std::cout.flush();
-    if (!std::cout) {
-        if (errno != EPIPE)
-            std::cerr << "qeli2c: cannot write the results: " << std::strerror(errno) << "\n";
-        status = tool::EXIT_FAILED;
-    }
     return status;
 }
 
@@ -65,7 +62,7 @@ int main(int argc, char **argv)
     try {
         status = run({argv + 1, argv + argc}, argv);
     } catch (const std::exception &error) {
-        std::cerr << "qeli2c: " << error.what() << "\n";
+        tool::tell(error.what());
     }
     tool::end_if_interrupted();
     return status;

@@ -4,6 +4,8 @@
 #include "failure.h"
 #include "number.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include <iostream>
 #include <json/writer.h>
 #include <langinfo.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -79,6 +82,26 @@ void add_json(std::string &text, const Json::Value &value, size_t indent)
     }
 }
 
+// Longer lines go on in further ones, indented. A word is never broken.
+std::string folded(const std::string &text, size_t columns)
+{
+    constexpr size_t kIndent = 8;
+    std::string folded;
+    size_t column = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find_first_of(" \n", at), text.size());
+        if (column > kIndent && column + 1 + end - at > columns) {
+            folded.back() = '\n';
+            folded.append(kIndent, ' ');
+            column = kIndent;
+        }
+        folded.append(text, at, end + 1 - at);
+        column = end < text.size() && text[end] == '\n' ? 0 : column + end + 1 - at;
+        at = end + 1;
+    }
+    return folded;
+}
+
 } // namespace
 
 void print_json(const Json::Value &value)
@@ -90,7 +113,8 @@ void print_json(const Json::Value &value)
 
 void print_json_line(const Json::Value &value)
 {
-    std::cout << one_line(value) << std::endl;
+    std::cout << one_line(value) << "\n";
+    flush_results();
 }
 
 Json::Value json_of(const Target &target)
@@ -137,11 +161,34 @@ void print_bytes(const std::vector<uint8_t> &bytes)
         std::cout << hex(bytes[i], 2) << (i % 16 == 15 || i + 1 == bytes.size() ? "\n" : " ");
 }
 
+void flush_results()
+{
+    errno = 0;
+    std::cout.flush();
+    std::fflush(stdout);
+    if (std::cout && !std::ferror(stdout))
+        return;
+    const int error = errno; // 0 when an earlier write failed
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    const bool reader_gone = poll(&output, 1, 0) > 0 && (output.revents & POLLERR);
+    throw operation_failed(reader_gone ? ""
+                           : error
+                               ? std::string("cannot write the results: ") + std::strerror(error)
+                               : "cannot write the results");
+}
+
+void tell(const std::string &message)
+{
+    std::cout.flush();
+    const std::string text = "qeli2c: " + message + "\n";
+    std::cerr << (isatty(STDERR_FILENO) ? folded(text, terminal_columns(STDERR_FILENO)) : text);
+}
+
 void announce(const Options &options, const std::string &what)
 {
     const bool ask = !options.yes && isatty(STDIN_FILENO) && isatty(STDERR_FILENO);
     if (ask || !options.quiet)
-        std::cerr << "qeli2c: about to " << what << "\n";
+        tell("about to " + what);
     if (!ask)
         return;
     std::cerr << "Go on? [y/N] " << std::flush;

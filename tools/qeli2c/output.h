@@ -37,6 +37,14 @@ void print_dump(uint32_t offset, int offset_digits, const std::vector<uint32_t> 
 // "0x00 0x01 ...", at most sixteen a line.
 void print_bytes(const std::vector<uint8_t> &bytes);
 
+// Writes out what has been printed. Fails when that cannot be done, without a word when the reader
+// has gone: what goes on for long calls it after each result, so as not to go on for nobody.
+void flush_results();
+
+// "qeli2c: MESSAGE" on standard error: one line for programs and logs, broken between words for the
+// width of a terminal. What has been printed before comes before it.
+void tell(const std::string &message);
+
 // Says on standard error what is about to be done to something that can be damaged; asks when a
 // person is at the terminal and --yes was not given. Fails when the answer is no.
 void announce(const Options &options, const std::string &what);

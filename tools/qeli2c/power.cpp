@@ -182,7 +182,7 @@ void print_csv(const std::vector<Monitor> &monitors, double seconds, bool headin
         if (monitor.last)
             std::printf("%.3f,%s,%.6g,%.6g,%.6g\n", seconds, name_of(monitor).c_str(),
                         monitor.last->volts, monitor.last->amperes(), monitor.last->watts);
-    std::fflush(stdout);
+    flush_results();
 }
 
 struct Screen {
@@ -281,7 +281,8 @@ void draw(const std::vector<Monitor> &monitors, double seconds, uint32_t interva
     for (const Monitor &monitor : monitors)
         if (!monitor.failure.empty() && monitors.size() == 1)
             screen.line(monitor.failure);
-    std::cout << screen.text << "\033[J" << std::flush;
+    std::cout << screen.text << "\033[J";
+    flush_results();
 }
 
 // Long work shows charts to a person, and lines to a program.
@@ -325,7 +326,7 @@ void power(const PowerArguments &arguments, const Options &options)
     else if (std::any_of(monitors.begin(), monitors.end(),
                          [](const Monitor &monitor) { return monitor.last.has_value(); }))
         print_table(monitors);
-    std::fflush(stdout);
+    flush_results();
     std::string failures;
     for (const Monitor &monitor : monitors)
         if (!monitor.failure.empty())

@@ -102,8 +102,7 @@ size_t report_failures(const Segment &segment)
 {
     size_t failures = 0;
     if (!segment.failure.empty()) {
-        std::cerr << "qeli2c: scan of " << segment_text(segment.bus, segment.hops) << ": "
-                  << segment.failure << "\n";
+        tell("scan of " + segment_text(segment.bus, segment.hops) + ": " + segment.failure);
         failures++;
     }
     for (const Segment &channel : segment.channels)
@@ -158,8 +157,8 @@ void scan(const ScanArguments &arguments, const Options &options)
     if (interrupted())
         throw operation_failed("interrupted: the scan is not complete");
     if (missing && !options.quiet)
-        std::cerr << "qeli2c: " << missing << (missing == 1 ? " device" : " devices")
-                  << " of the board file did not answer\n";
+        tell(std::to_string(missing) + (missing == 1 ? " device" : " devices") +
+             " of the board file did not answer");
     if (failures)
         throw operation_failed("the scan is not complete");
 }

@@ -30,8 +30,12 @@ constexpr uint16_t kLastSwitch = 0x77;
 std::vector<Target> chosen_switches(const Board &board, const std::vector<std::string> &words)
 {
     std::vector<Target> switches;
-    for (const std::string &word : words)
+    for (const std::string &word : words) {
         switches.push_back(resolve(board, word));
+        const Target &target = switches.back();
+        if (!target.type.empty() && target.type != "pca9548")
+            throw usage_error(to_string(target) + " is no switch but of type " + target.type);
+    }
     if (!words.empty())
         return switches;
     if (board.file.empty())

@@ -31,7 +31,7 @@ std::string device_file_in_words(uint32_t bus, int error)
         file + " cannot be opened: " + std::strerror(error) + " (" + name_of(error) + ")";
     if (error == EACCES || error == EPERM)
         return text + "; run as root or as a member of the group that owns it";
-    return text + "; check the bus number, and that the i2c-dev module is loaded";
+    return text + "; is that the bus, is i2c-dev loaded?";
 }
 
 // A failed transfer does not tell a missing device from a missing switch in front of it: ask the
@@ -42,10 +42,10 @@ std::string who_is_missing(const Target &target)
     for (const Hop &hop : target.path.hops) {
         probe.address = hop.address;
         if (!acknowledges(probe))
-            return "the switch " + to_string(probe) + " in front of it does not acknowledge";
+            return "the switch " + to_string(probe) + " before it does not acknowledge";
         probe.hops.push_back(hop);
     }
-    return "no device acknowledges this address";
+    return "nothing acknowledges";
 }
 
 } // namespace
