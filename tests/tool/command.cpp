@@ -17,11 +17,7 @@ namespace
 [[noreturn]] void become(const std::string &line)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const char *path = getenv("PATH");
-    setenv("PATH", (std::string(QELI2C_TEST_PROGRAMS ":") + (path ? path : "")).c_str(), 1);
-    setenv("LC_ALL", "C", 1);
-    if (*QELI2C_TEST_PRELOAD)
-        setenv("LD_PRELOAD", QELI2C_TEST_PRELOAD, 1);
+    prepare_environment();
     execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
     _exit(127);
 }
@@ -44,6 +40,15 @@ std::string content_of(int fd)
 }
 
 } // namespace
+
+void prepare_environment()
+{
+    const char *path = getenv("PATH");
+    setenv("PATH", (std::string(QELI2C_TEST_PROGRAMS ":") + (path ? path : "")).c_str(), 1);
+    setenv("LC_ALL", "C", 1);
+    if (*QELI2C_TEST_PRELOAD)
+        setenv("LD_PRELOAD", QELI2C_TEST_PRELOAD, 1);
+}
 
 Command start(const std::string &line)
 {

@@ -17,6 +17,9 @@ struct Command {
     int out = -1, err = -1; // memory files
 };
 
+// Sets PATH and the board's shim as the commands have them.
+void prepare_environment();
+
 // "exec " in front of the line makes the child the program itself, for signals.
 Command start(const std::string &line);
 Ended end_of(const Command &command);

@@ -9,6 +9,10 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 using Clock = std::chrono::steady_clock;
@@ -27,6 +31,21 @@ double median(std::vector<double> values)
     return values.at(values.size() / 2);
 }
 
+// Without a shell, whose own start would count.
+bool run_get()
+{
+    const char *const words[] = {"qeli2c", "get", "main-registers", "0x10", nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    int status = -1;
+    if (posix_spawnp(&child, words[0], &actions, nullptr, const_cast<char **>(words), environ) == 0)
+        waitpid(child, &status, 0);
+    posix_spawn_file_actions_destroy(&actions);
+    return status == 0;
+}
+
 } // namespace
 
 int main()
@@ -34,12 +53,13 @@ int main()
     constexpr int kStarts = 101;
     constexpr int kLines = 2000;
     simboard::testing::Board board(simboard::testing::reference_board());
+    prepare_environment(); // this process itself has been loaded already
     std::vector<double> first_transfers;
     std::vector<double> whole;
     for (int i = 0; i < kStarts; i++) {
         board.reset();
         const Clock::time_point start = Clock::now();
-        if (run("exec qeli2c get main-registers 0x10").status != 0)
+        if (!run_get())
             return 1;
         whole.push_back(milliseconds_since(start));
         const auto begun = static_cast<int64_t>(board.trace(4).at(0).start_ns);
