@@ -165,10 +165,14 @@ TEST(Tool, ShowsAPersonHowFarItGotAndAProgramNothing)
     EXPECT_TRUE(contains(seen.out, "\033[36m█")) << seen.out;
     EXPECT_TRUE(contains(seen.out, " of 1.0 KiB")) << seen.out;
     EXPECT_TRUE(contains(seen.out, " left")) << seen.out;
-    const Ended plain = run_on_terminal("NO_COLOR=1 qeli2c power power-5v --watch --count 2 "
-                                        "--interval 50");
-    EXPECT_TRUE(contains(plain.out, "5.05 V|")) << plain.out;
-    EXPECT_FALSE(contains(plain.out, "\033[3")) << "coloured: " << plain.out;
+    EXPECT_FALSE(contains(run_on_terminal("NO_COLOR=1; export NO_COLOR; " + line).out, "\033[3"));
+    for (const bool plain : {false, true}) {
+        const Ended chart = run_on_terminal("NO_COLOR=" + std::string(plain ? "1" : "") +
+                                            " qeli2c power power-5v --watch --count 2 "
+                                            "--interval 50");
+        EXPECT_TRUE(contains(chart.out, "5.05 V|")) << chart.out;
+        EXPECT_EQ(contains(chart.out, "\033[3"), !plain) << chart.out;
+    }
     EXPECT_FALSE(contains(run(line).err, "\r"));
     EXPECT_EQ(board.wrongs(), "");
 }

@@ -137,7 +137,7 @@ std::string manual_page(const CLI::App &app)
         write_command(page, *command);
     page << ".SH ENVIRONMENT\n"
             ".TP\n.B QELI2C_BOARD\nThe board file, where \\-\\-board is not given.\n"
-            ".TP\n.B NO_COLOR\nWhen set, nothing is coloured.\n"
+            ".TP\n.B NO_COLOR\nWhen set and not empty, nothing is coloured.\n"
             ".SH FILES\n"
             ".TP\n.B /etc/qeli2c/board.json\nThe board file where nothing else names one.\n";
     return page.str();

@@ -216,9 +216,15 @@ size_t terminal_columns(int fd)
     return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kColumns;
 }
 
+bool wants_colour()
+{
+    const char *setting = std::getenv("NO_COLOR");
+    return !setting || !*setting;
+}
+
 bool paints()
 {
-    return isatty(STDOUT_FILENO) && std::getenv("NO_COLOR") == nullptr;
+    return isatty(STDOUT_FILENO) && wants_colour();
 }
 
 std::string painted(const char *code, const std::string &text)

@@ -60,7 +60,10 @@ void show_progress(const Options &options, const std::string &text);
 // Columns of the terminal at the descriptor; 80 where there is none.
 size_t terminal_columns(int fd);
 
-// Whether standard output is a terminal that may be coloured (NO_COLOR is not set), and text in a
+// Whether the user wants colours on terminals: NO_COLOR is not set, or empty.
+bool wants_colour();
+
+// Whether standard output is a terminal that may be coloured, and text in a
 // colour or "1", bold, there.
 bool paints();
 std::string painted(const char *code, const std::string &text);

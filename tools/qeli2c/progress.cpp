@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <unistd.h>
 #include <utility>
 
@@ -58,7 +57,7 @@ std::string amount(double bytes)
 
 Progress::Progress(const Options &options, std::string doing, uint64_t total)
     : options_(options), doing_(std::move(doing)), total_(std::max<uint64_t>(total, 1)),
-      utf8_(writes_utf8()), colour_(std::getenv("NO_COLOR") == nullptr), start_(Clock::now())
+      utf8_(writes_utf8()), colour_(wants_colour()), start_(Clock::now())
 {
 }
 
@@ -76,7 +75,7 @@ void Progress::at(uint64_t done)
     const double seconds = std::chrono::duration<double>(now - start_).count();
     const double part = static_cast<double>(done) / static_cast<double>(total_);
     const double rate = static_cast<double>(done) / std::max(seconds, 1e-3);
-    const size_t columns = std::min<size_t>(terminal_columns(STDERR_FILENO), 80);
+    const size_t columns = std::min<size_t>(terminal_columns(STDERR_FILENO), 80) - 2; // "^C"
     char text[128];
     std::snprintf(text, sizeof text, " %3.0f %%  %8s of %-8s  %8s/s  %5s left", part * 100,
                   amount(static_cast<double>(done)).c_str(),
