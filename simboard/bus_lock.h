@@ -18,7 +18,10 @@ struct BusHold {
 // had changed since it took the bus is put back first.
 void lock_bus(State &state, Bus &bus, BusHold &hold);
 
-// The same, but false when the bus could not be had within that time.
+// Takes a robust mutex as pthread_mutex_lock does, or gives ETIMEDOUT or EBUSY after that time.
+int lock_within(pthread_mutex_t &mutex, uint32_t timeout_ms);
+
+// As lock_bus, but false when the bus could not be had within that time.
 bool lock_bus_within(State &state, Bus &bus, BusHold &hold, uint32_t timeout_ms);
 
 // Makes what was changed final and lets go of the bus. errno is kept.

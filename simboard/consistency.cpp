@@ -267,10 +267,7 @@ void check_bus(State &state, Bus &bus, uint32_t patience_ms, Findings &findings)
 void check_processes(State &state, uint32_t patience_ms, Findings &findings)
 {
     findings.subject = "processes";
-    timespec until;
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_sec += 1 + static_cast<time_t>(patience_ms / 1000);
-    const int status = pthread_mutex_clocklock(&state.process_mutex, CLOCK_MONOTONIC, &until);
+    const int status = lock_within(state.process_mutex, 1000 + patience_ms);
     if (status == EOWNERDEAD) {
         pthread_mutex_consistent(&state.process_mutex);
     } else if (status != 0) {
