@@ -61,8 +61,18 @@ std::vector<uint8_t> parse_bytes(std::vector<std::string>::const_iterator first,
     return bytes;
 }
 
-void check(const Place &place, const char *doing, int32_t result)
+// Makes one call of the library on the device, its lines muted, and fails when it does.
+template <class Call>
+void access(const Options &options, const Place &place, const char *doing, Call call)
 {
+    const ei2c_client client = to_client(place.target.path);
+    defer_interrupts();
+    int32_t result;
+    {
+        const Muted muted(options);
+        errno = 0;
+        result = call(&client, static_cast<uint8_t>(place.width));
+    }
     if (result < 0)
         fail_transfer(place.target, doing, result, errno);
 }
@@ -98,20 +108,12 @@ void read(const EpldArguments &arguments, const Options &options)
     const uint32_t offset = parse_offset(arguments.numbers[0], place);
     const uint32_t count =
         arguments.numbers.size() > 1 ? number_in(arguments.numbers[1], 1, kMostData, "count") : 1;
-    const ei2c_client client = to_client(place.target.path);
     std::vector<uint8_t> bytes(count);
-    defer_interrupts();
-    int32_t result;
-    {
-        const Muted muted(options);
-        errno = 0;
-        result = place.command
-                     ? pango_i2c_read_multi_para(&client, *place.command, offset, place.width,
-                                                 count, bytes.data())
-                     : i2c_read_multi_para(&client, offset, static_cast<uint8_t>(place.width),
-                                           count, bytes.data());
-    }
-    check(place, "cannot read", result);
+    access(options, place, "cannot read", [&](const ei2c_client *client, uint8_t width) {
+        return place.command ? pango_i2c_read_multi_para(client, *place.command, offset, width,
+                                                         count, bytes.data())
+                             : i2c_read_multi_para(client, offset, width, count, bytes.data());
+    });
     print_read(options, place, offset, bytes);
 }
 
@@ -124,20 +126,12 @@ void write(const EpldArguments &arguments, const Options &options)
     const std::vector<uint8_t> bytes =
         parse_bytes(arguments.numbers.begin() + 1, arguments.numbers.end());
     announce_write(options, place, bytes.size(), offset);
-    const ei2c_client client = to_client(place.target.path);
     const auto count = static_cast<uint32_t>(bytes.size());
-    defer_interrupts();
-    int32_t result;
-    {
-        const Muted muted(options);
-        errno = 0;
-        result = place.command
-                     ? pango_i2c_write_multi_para(&client, *place.command, offset, place.width,
-                                                  count, bytes.data())
-                     : i2c_write_multi_para(&client, offset, static_cast<uint8_t>(place.width),
-                                            count, bytes.data());
-    }
-    check(place, "cannot write", result);
+    access(options, place, "cannot write", [&](const ei2c_client *client, uint8_t width) {
+        return place.command ? pango_i2c_write_multi_para(client, *place.command, offset, width,
+                                                          count, bytes.data())
+                             : i2c_write_multi_para(client, offset, width, count, bytes.data());
+    });
     if (options.json) {
         Json::Value json = json_of(place.target);
         json["register"] = offset;
@@ -159,16 +153,10 @@ void write_read(const EpldArguments &arguments, const Options &options)
     announce_write(options, place, bytes.size(), offsets[0]);
     const uint32_t lengths[] = {static_cast<uint32_t>(bytes.size()),
                                 static_cast<uint32_t>(got.size())};
-    const ei2c_client client = to_client(place.target.path);
-    defer_interrupts();
-    int32_t result;
-    {
-        const Muted muted(options);
-        errno = 0;
-        result = i2c_write_and_read_multi_para(&client, offsets, static_cast<uint8_t>(place.width),
-                                               lengths, bytes.data(), got.data());
-    }
-    check(place, "cannot write and read", result);
+    access(options, place, "cannot write and read", [&](const ei2c_client *client, uint8_t width) {
+        return i2c_write_and_read_multi_para(client, offsets, width, lengths, bytes.data(),
+                                             got.data());
+    });
     print_read(options, place, offsets[1], got);
 }
 

@@ -207,17 +207,14 @@ Shared &shared_memory()
     return *static_cast<Shared *>(memory);
 }
 
-void crowd(Check &check, bool with_kills)
+void crowd(Check &check)
 {
     Shared &shared = shared_memory();
     const int64_t until = milliseconds() + 3000;
     pid_t children[workers];
     for (uint32_t worker = 0; worker < workers; worker++)
         children[worker] = start(shared, worker, worker * 2);
-    if (with_kills)
-        kill_some(shared, children, until);
-    while (milliseconds() < until)
-        (void)usleep(10000);
+    kill_some(shared, children, until);
     __atomic_store_n(&shared.ended, 1U, __ATOMIC_RELEASE);
     for (const pid_t child : children) {
         int status = 0;
@@ -233,38 +230,11 @@ void crowd(Check &check, bool with_kills)
     }
 }
 
-// All on one bus, half of them on the EEPROM, half on its twin.
-void one_bus(Check &check)
-{
-    Shared &shared = shared_memory();
-    const int64_t until = milliseconds() + 1500;
-    pid_t children[workers];
-    for (uint32_t worker = 0; worker < workers; worker++) {
-        children[worker] = fork();
-        if (children[worker] == 0) {
-            while (milliseconds() < until)
-                step(shared, worker, 14, worker % 2 != 0);
-            _exit(0);
-        }
-    }
-    for (const pid_t child : children)
-        (void)waitpid(child, nullptr, 0);
-    equal(check, "first failure", std::string(shared.failure), std::string());
-    for (const bool twin : {false, true}) {
-        const Bytes area =
-            wire::memory(eeprom(14, twin), first_offset, workers * slots * record_size);
-        for (uint32_t worker = twin; worker < workers; worker += 2)
-            check_records(check, shared, area, worker, 14, twin);
-    }
-}
-
 } // namespace
 
 void add_crowd_cases(Cases &cases)
 {
-    cases.push_back({"crowd/one-bus", one_bus, 100});
-    cases.push_back({"crowd/all-buses", [](Check &check) { crowd(check, false); }, 100});
-    cases.push_back({"crowd/killed-in-the-middle", [](Check &check) { crowd(check, true); }, 100});
+    cases.push_back({"crowd/killed-in-the-middle", crowd, 100});
 }
 
 } // namespace board
