@@ -152,7 +152,8 @@ void watch_forks()
 void become(State &state, const Task &task, const Process &process)
 {
     watch_forks();
-    cached_task.self = {task, claim_record(state, process)};
+    cached_task.self = {task, claim_record(state, process), {}};
+    memcpy(cached_task.self.name, process.name, sizeof(cached_task.self.name));
     cached_task.state = &state;
     cached_task.forks = forks.load(std::memory_order_acquire);
 }

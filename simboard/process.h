@@ -11,6 +11,7 @@ namespace simboard
 struct Self {
     Task task;
     uint32_t record; // index into State::processes
+    char name[16];   // of the process; NUL-terminated
 };
 
 // The calling task. The first call of a process claims its record; a forked child claims one of its

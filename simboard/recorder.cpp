@@ -31,6 +31,15 @@ uint32_t find_late(const State &state, const Bus &bus, uint64_t slots)
     return late;
 }
 
+uint64_t sum_taken(const State &state, const Bus &bus, uint32_t recorders)
+{
+    uint64_t sum = 0;
+    for (uint32_t i = 0; recorders >> i != 0; i++) {
+        sum += (recorders >> i & 1) != 0 ? state.recorders[i].taken[bus.number] : 0;
+    }
+    return sum;
+}
+
 bool seize(pthread_mutex_t &alive)
 {
     const int status = pthread_mutex_trylock(&alive);
@@ -99,13 +108,21 @@ void release_recorder(State &state, uint32_t recorder)
 void await_recorders(State &state, Bus &bus, BusHold &hold, uint64_t slots)
 {
     uint64_t give_up_ns = 0;
+    uint32_t late_before = 0;
+    uint64_t taken_before = 0;
     for (;;) {
         const uint32_t late = find_late(state, bus, slots);
         if (late == 0) {
             return;
         }
         const uint64_t now = now_ns();
-        give_up_ns = give_up_ns == 0 ? now + kPatienceNs : give_up_ns;
+        const uint64_t taken = sum_taken(state, bus, late);
+        // A recorder that goes on, or that was not late until now, has all the patience before it.
+        if (late != late_before || taken != taken_before) {
+            give_up_ns = now + kPatienceNs;
+            late_before = late;
+            taken_before = taken;
+        }
         if (now >= give_up_ns) {
             state.awaited.fetch_and(~late);
             return;

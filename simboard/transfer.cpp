@@ -349,7 +349,8 @@ int try_transfer(State &state, Bus &bus, Transfer &transfer, const Self &self)
     const bool stuck = has_struck(wires, FaultKind::bus_stuck);
     head.start_ns = wires.start_ns;
     head.task = self.task;
-    strncpy(head.process, program_invocation_short_name, sizeof(head.process) - 1);
+    static_assert(sizeof(head.process) == sizeof(self.name));
+    memcpy(head.process, self.name, sizeof(head.process));
     head.result = result;
     head.smbus_size = transfer.smbus_size;
     head.findings = wires.findings;

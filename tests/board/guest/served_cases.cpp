@@ -43,7 +43,8 @@ const struct {
      0, false},
     {"judge", "qeli2c-sim report >/tmp/report.log || { cat /tmp/report.log; false; }", 0, false},
     {"callers-are-known",
-     "grep -o -e qeli2c-stress -e board_tour -e i2ctransfer -e busybox /tmp/report.log | sort -u",
+     "grep -o -e qeli2c-stress -e board_tour -e i2ctransfer -e busybox /tmp/report.log | sort -u; "
+     "qeli2c-sim trace --json --bus 0 | grep -o '\"process\":\"i2cget\"' | sort -u",
      0, true},
     {"end",
      "killall qeli2c-sim; while pidof qeli2c-sim >/dev/null; do sleep 0.1; done; "
