@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "bus/cancellation.h"
 #include "platform/qelplatform.h"
 
 // The length of a message is a 16-bit field of struct i2c_msg.
@@ -14,6 +15,7 @@ constexpr uint64_t kLongestMessage = 65535;
 struct MessageBytes {
     uint8_t *bytes = nullptr; // null when there are none
     uint16_t length = 0;
+    CancellationPutOff put_off; // until they are freed
 };
 
 // Fills `count` bytes; beyond the four of `value` the leading ones are 0.

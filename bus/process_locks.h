@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "bus/cancellation.h"
+
 // Guards the registry. No other lock of the library is held or taken with it.
 bool lock_registry();
 void unlock_registry();
@@ -22,6 +24,7 @@ int32_t create_once(int32_t &cached, Create create)
     int32_t value = __atomic_load_n(&cached, __ATOMIC_ACQUIRE);
     if (value >= 0)
         return value;
+    const CancellationPutOff put_off;
     lock_first_use();
     value = cached;
     if (value < 0) {

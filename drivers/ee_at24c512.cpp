@@ -2,6 +2,7 @@
 // pages, and one semaphore that keeps whole operations of all processes apart.
 #include <algorithm>
 
+#include "bus/cancellation.h"
 #include "bus/message_bytes.h"
 #include "bus/process_locks.h"
 #include "bus/report.h"
@@ -34,6 +35,7 @@ template <typename Byte, typename PageCall>
 int32_t whole_operation(const ei2c_client *eclient, int32_t offset, Byte *data, int32_t len,
                         PageCall page_call)
 {
+    const CancellationPutOff put_off;
     if (ee_lock_eeprom() < 0) {
         QEL_PRINT("lock eeprom failed\n");
         return 0;

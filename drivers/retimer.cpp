@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "bus/cancellation.h"
 #include "bus/message_bytes.h"
 #include "bus/report.h"
 
@@ -74,6 +75,7 @@ int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr
 {
     QEL_REQUIRE(client, -1);
     QEL_REQUIRE(pucReaddata, -1);
+    const CancellationPutOff put_off;
     auto *reg = static_cast<uint8_t *>(malloc(1));
     if (reg == nullptr) {
         QEL_AUDIT("Retimer_I2CReadBlockData", "malloc failed buflen %x\n", 1U);

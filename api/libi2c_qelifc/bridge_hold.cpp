@@ -1,4 +1,5 @@
 // A bus held, with the path to a bridge open, from one call of the caller to another.
+#include "bus/cancellation.h"
 #include "bus/device_path.h"
 #include "bus/report.h"
 #include "qeli2c.h"
@@ -52,6 +53,7 @@ int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwS
         QEL_ERROR(130, "RB: [%s] eclient or psdwSemId or pfd is NULL\n", self);
         return -1;
     }
+    const CancellationPutOff put_off;
     DevicePath path;
     if (!find_device(*eclient, path)) {
         QEL_ERROR(130, "RB: [%s] _uc is NULL\n", self);
@@ -88,6 +90,7 @@ int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *p
         QEL_ERROR(130, "RB: [%s] eclient or psdwSemId or pfd is NULL\n", self);
         return -1;
     }
+    const CancellationPutOff put_off;
     DevicePath path;
     if (!find_device(*eclient, path)) {
         release(self, *eclient, *pfd, *psdwSemId);

@@ -86,6 +86,7 @@ int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32
     QEL_REQUIRE(eclient, -1);
     if (eclient->bus > kHighestBus)
         return -1;
+    const CancellationPutOff put_off;
     DevicePath path;
     const bool found = find_device(*eclient, path);
     if (found) {
@@ -105,6 +106,7 @@ int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_w
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;
+    const CancellationPutOff put_off;
     const Transfer transfer = {Transfer::Kind::smbus, {}, {read_write, command, size, data}};
     return transfer_with_retries(*eclient, path, transfer);
 }

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "bus/cancellation.h"
 #include "bus/process_locks.h"
 #include "bus/ui2c_ioctls/core.h"
 
@@ -150,6 +151,7 @@ int32_t surrender_i2c_access(int32_t fd)
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
 {
     if (!owner_table_mapped()) {
+        const CancellationPutOff put_off;
         lock_first_use();
         if (!owner_table_mapped())
             map_owner_table();

@@ -2,6 +2,7 @@
 #ifndef QELI2C_BUS_CORE_H
 #define QELI2C_BUS_CORE_H
 
+#include "bus/cancellation.h"
 #include "bus/device_path.h"
 #include "bus/report.h"
 #include "qeli2c.h"
@@ -26,6 +27,7 @@ int32_t close_switch(const ei2c_client &eclient, ui2c_switch *swi, uint32_t chan
 
 // locked_transfer
 struct HeldBus {
+    CancellationPutOff put_off;
     DevicePath path;
     int32_t fd = -1;
     int32_t semid = -1;

@@ -62,6 +62,7 @@ int32_t SelectSwitch(const ei2c_client *eclient)
     DevicePath path;
     if (!find_device(*eclient, path))
         return -1;
+    const CancellationPutOff put_off;
     return open_path(*eclient, path, ErrnoForm::number_and_text) < 0 ? -1 : 0;
 }
 
@@ -69,6 +70,7 @@ int32_t DeselectSwitch(const ei2c_client *eclient)
 {
     QEL_REQUIRE(eclient, -1);
     DevicePath path;
+    const CancellationPutOff put_off;
     return find_device(*eclient, path) ? close_path(*eclient, path) : -1;
 }
 
