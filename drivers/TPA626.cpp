@@ -30,7 +30,6 @@ uint16_t swapped(uint16_t word)
 int32_t TPA626InfoRead(const ei2c_client *client, uint32_t dwType, uint8_t ucCalibSel,
                        float *pfOutReadValue)
 {
-    QEL_REQUIRE(client, -1);
     *pfOutReadValue = 0.0F;
     uint16_t word = 0;
     if (dwType != kReadPower) {
