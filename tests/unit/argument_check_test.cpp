@@ -1,6 +1,7 @@
 // Null arguments: which one is reported first, under which names, with nothing asked of anybody.
 #include "tests/unit/scripted_kernel.h"
 
+#include "bus/ui2c_ioctls/core.h"
 #include "include/qeli2c.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@ tpa626_info monitor = {};
 i2c_msg msg = {};
 i2c_msg *sets[2] = {&msg, &msg};
 uint32_t length = 7;
+uint32_t lengths[2] = {1, 1};
 int32_t number = 7;
 uint8_t byte = 7;
 
@@ -89,6 +91,8 @@ const struct {
     ROW("libi2c_qelifc", i2c_bus_status_check, "status", (16, nullptr)),
     ROW("pca9535", pca9535_gpio_word_get_output_value, "client", (nullptr, 1, nullptr)),
     ROW("pca9535", pca9535_gpio_word_get_output_value, "val", (&device, 1, nullptr)),
+    ROW("ee_at24c512", ee_eeprom_page_write, "data", (&device, 0, nullptr, 1)),
+    ROW("ee_at24c512", ee_eeprom_page_read, "data", (&device, 0, nullptr, 1)),
     ROW("TPA626", TPA626_GetPower, "i2c_client", (nullptr, 1, nullptr)),
     ROW("TPA626", TPA626_GetPower, "pfOutReadValue", (&device, 1, nullptr)),
     ROW("TPA626", TPA626_GetVolt, "i2c_client", (nullptr, nullptr)),
@@ -102,6 +106,7 @@ const struct {
     ROW("retimer", Retimer_I2CReadBlockData, "client", (nullptr, 1, 1, nullptr)),
     ROW("retimer", Retimer_I2CReadBlockData, "pucReaddata", (&device, 1, 0xffffffff, nullptr)),
     ROW("epld", i2c_read_multi_para, "client", (nullptr, 0, 1, 1, nullptr)),
+    ROW("epld", i2c_read_multi_para, "pucData", (&device, 0, 1, 1, nullptr)),
     ROW("epld", i2c_write_multi_para, "client", (nullptr, 0, 1, 1, nullptr)),
     ROW("epld", i2c_write_multi_para, "pucData", (&device, 0, 255, 0xffffffff, nullptr)),
     ROW("epld", i2c_write_multi_para, "pucData", (&device, 0, 1, 0, nullptr)),
@@ -111,6 +116,10 @@ const struct {
         (&device, nullptr, 1, &length, &byte, &byte)),
     ROW("epld", i2c_write_and_read_multi_para, "pdwDataLen",
         (&device, &length, 1, nullptr, &byte, &byte)),
+    ROW("epld", i2c_write_and_read_multi_para, "pucWriteData",
+        (&device, &length, 1, lengths, nullptr, &byte)),
+    ROW("epld", i2c_write_and_read_multi_para, "pucReadData",
+        (&device, &length, 1, lengths, &byte, nullptr)),
     ROW("epld", pango_i2c_read_multi_para, "client", (nullptr, 1, 0, 65535, 1, nullptr)),
     ROW("epld", pango_i2c_write_multi_para, "client", (nullptr, 1, 0, 65535, 1, nullptr)),
     ROW("epld", pango_i2c_write_or_read_with_nack, "client", (nullptr, 1, 0, 65535, 1)),
@@ -133,6 +142,8 @@ TEST(NullArgument, IsReportedUnderTheNameOfTheStepThatNeedsIt)
 {
     EXPECT_PLAY(-1, ipc_lock_adapter(nullptr),
                 argument_check("ui2c_ioctls", "_adapter_ipcsemid", "adapter"));
+    EXPECT_PLAY(nullptr, __adapter_data(nullptr),
+                argument_check("ui2c_ioctls", "__adapter_data", "adapter"));
     EXPECT_PLAY(-1, ui2c_swi_select(nullptr, 9),
                 argument_check("ui2c_swi", "pca9548_select", "swi"));
     EXPECT_PLAY(-1, ui2c_swi_deselect(nullptr, 0),

@@ -209,10 +209,19 @@ TEST(EpldIdentification, RefusesNullPointersInItsOwnWays)
                             said(err("Anlogic_ReadEpldCfg"), "%s", null), no_ef3};
     EXPECT_RUN(-1, epld_anlogic_read_deviceId(nullptr, buffer.data()), neither);
     EXPECT_TRUE(buffer.untouched());
+    const Epld epld = {target};
+    EXPECT_RUN(-1, epld_anlogic_ef2_read_deviceId(&target, nullptr),
+               epld.is_ef2({}) + scripted::argument_check("epld", ef2.c_str(), "pucData"));
+    EXPECT_RUN(-1, epld_anlogic_ef3_read_deviceId(&target, nullptr),
+               epld.read({0x51}, {}) + scripted::argument_check("epld", ef3.c_str(), "pucData"));
 }
 
 TEST(ByteHelpers, TakeTheFirstByteAsTheMostSignificantAndReverse)
 {
+    EXPECT_RUN(0U, BytesToDword(nullptr),
+               scripted::argument_check("epld", "BytesToDword", "pucData"));
+    EXPECT_RUN(0, (reverseArray(nullptr, 2), 0),
+               scripted::argument_check("epld", "reverseArray", "pucData"));
     const Bytes bytes = {0x92, 0x34, 0x56, 0x78};
     EXPECT_EQ(BytesToDword(bytes.data()), 0x92345678U);
     const std::pair<int32_t, Bytes> rows[] = {

@@ -123,7 +123,7 @@ TEST(FirstUse, GoingOnInTheParentDoesNotBlockAForkedChild)
         if (child == 0) {
             alarm(20);
             ui2c_adapter other = {};
-            _exit(__adapter_data(&other) != nullptr ? 0 : 1);
+            exit(__adapter_data(&other) != nullptr ? 0 : 1);
         }
         int status = -1;
         EXPECT_EQ(waitpid(child, &status, 0), child);

@@ -246,6 +246,8 @@ TEST(AuditOfMessages, RecordsExactlyTheWatchedWrite)
         {"another value", 4, 0x60, 0, {0x57, 0xb1}, 1, false},
         {"another register", 4, 0x60, 0, {0x56, 0xb0, 0xb0}, 1, false},
         {"another two-byte register", 4, 0x60, 0, {0x01, 0x57, 0xb0}, 1, false},
+        {"another register behind a two-byte offset", 4, 0x60, 0, {0x00, 0x56, 0xb0}, 1, false},
+        {"another value behind a two-byte offset", 4, 0x60, 0, {0x00, 0x57, 0xb1}, 1, false},
         {"two messages", 4, 0x60, 0, {0x57, 0xb0}, 2, false},
         {"other flags", 4, 0x60, 0x10, {0x57, 0xb0}, 1, false},
         {"a read", 4, 0x60, I2C_M_RD, {0x57, 0xb0}, 1, false},

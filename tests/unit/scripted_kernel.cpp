@@ -626,6 +626,7 @@ pid_t __real_getpid(void);
 void *__real_malloc(size_t size);
 void __real_free(void *block);
 unsigned __real_sleep(unsigned seconds);
+int __real_pthread_atfork(void (*)(), void (*)(), void (*)());
 int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 
@@ -678,6 +679,12 @@ unsigned __wrap_sleep(unsigned seconds)
     note(printed("sleep %u", seconds));
     errno = EDOM; // as with the releases
     return 0;
+}
+// Fails once in every process: what depends on it has to ask again.
+int __wrap_pthread_atfork(void (*prepare)(), void (*parent)(), void (*child)())
+{
+    static std::atomic<bool> failed = false;
+    return failed.exchange(true) ? __real_pthread_atfork(prepare, parent, child) : ENOMEM;
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)
 {
