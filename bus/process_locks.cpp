@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include "bus/lock_order.h"
+
 namespace
 {
 
@@ -17,6 +19,7 @@ void reset_in_child()
 {
     registry_mutex = PTHREAD_MUTEX_INITIALIZER;
     first_use_mutex = PTHREAD_MUTEX_INITIALIZER;
+    forget_locks();
 }
 
 void handle_forks()

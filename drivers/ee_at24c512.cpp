@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "bus/cancellation.h"
+#include "bus/lock_order.h"
 #include "bus/message_bytes.h"
 #include "bus/process_locks.h"
 #include "bus/report.h"
@@ -127,6 +128,7 @@ int32_t ee_eeprom_semid(void)
 int32_t ee_lock_eeprom(void)
 {
     const int32_t semid = ee_eeprom_semid();
+    note_eeprom_wait();
     if (semid >= 0)
         (void)OAL_SemLockBySemId(semid, kWaitWithoutLimit);
     return semid;

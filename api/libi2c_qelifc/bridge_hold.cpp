@@ -1,6 +1,7 @@
 // A bus held, with the path to a bridge open, from one call of the caller to another.
 #include "bus/cancellation.h"
 #include "bus/device_path.h"
+#include "bus/lock_order.h"
 #include "bus/report.h"
 #include "qeli2c.h"
 
@@ -74,6 +75,7 @@ int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwS
         release(self, *eclient, *pfd, *psdwSemId);
         return -1;
     }
+    note_lock(eclient->bus, Lock::file);
     // The caller holds the bus even when the path could not be opened.
     for (int attempt = 0; path.near != nullptr && attempt < kAttempts; ++attempt) {
         if (select_path(self, *eclient, path))

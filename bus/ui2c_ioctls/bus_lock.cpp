@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "bus/cancellation.h"
+#include "bus/lock_order.h"
 #include "bus/process_locks.h"
 #include "bus/ui2c_ioctls/core.h"
 
@@ -119,8 +120,10 @@ int32_t ipc_lock_adapter(ui2c_adapter *adapter)
     const int32_t semid = _adapter_ipcsemid(adapter);
     if (semid < 0)
         return semid;
-    if (OAL_SemLockBySemId(semid, kWaitWithoutLimit) == 0)
+    if (OAL_SemLockBySemId(semid, kWaitWithoutLimit) == 0) {
+        note_semaphore(adapter->bus, semid);
         return semid;
+    }
     QEL_ERROR_ERRNO(132, "bus:%d OAL_SemLockBySemId failed: %d, %s\n",
                     static_cast<int>(adapter->bus));
     return -1;
@@ -128,6 +131,7 @@ int32_t ipc_lock_adapter(ui2c_adapter *adapter)
 
 int32_t ipc_unlock_adapter(int32_t semid)
 {
+    note_semaphore_release(semid);
     return OAL_SemUnLockBySemId(semid, kWaitWithoutLimit);
 }
 

@@ -1,5 +1,6 @@
 // Taking and releasing a bus, the retry loop that every locked transfer runs in, and the I2C_RDWR
 // transfers.
+#include "bus/lock_order.h"
 #include "bus/ui2c_ioctls/core.h"
 
 namespace
@@ -85,6 +86,7 @@ int32_t take_bus(const ei2c_client &eclient, TakeLines lines, HeldBus &held)
         report_no_semaphore(lines, eclient.bus);
         return take_no_semaphore;
     }
+    note_lock(eclient.bus, Lock::owner);
     (void)getPidOfI2CAccess(adapter);
     if (exclusive_file_lock(held.fd) < 0) {
         const int error = errno;
@@ -93,12 +95,14 @@ int32_t take_bus(const ei2c_client &eclient, TakeLines lines, HeldBus &held)
         errno = error;
         return released < 0 ? take_not_released : take_no_file_lock;
     }
+    note_lock(eclient.bus, Lock::file);
     return take_held;
 }
 
 int32_t release_bus(const ei2c_client &eclient, int32_t fd, int32_t semid)
 {
     const CancellationPutOff put_off;
+    note_unlock(eclient.bus, Lock::owner);
     (void)surrender_i2c_access(fd);
     return release_semaphore(eclient.bus, semid);
 }

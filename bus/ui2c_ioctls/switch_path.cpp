@@ -1,5 +1,6 @@
 // Opening and closing of the switches in front of a device: upstream first when opening, near first
 // when closing.
+#include "bus/lock_order.h"
 #include "bus/ui2c_ioctls/core.h"
 
 namespace
@@ -35,6 +36,7 @@ int32_t close_switch(const ei2c_client &eclient, ui2c_switch *swi, uint32_t chan
 
 int32_t open_path(const ei2c_client &eclient, const DevicePath &path, ErrnoForm form)
 {
+    note_lock(eclient.bus, Lock::path);
     if (path.upstream != nullptr) {
         const int32_t ret = open_switch(eclient, path.upstream, eclient.swi_chnl >> 16, form);
         if (ret < 0)
@@ -53,6 +55,7 @@ int32_t close_path(const ei2c_client &eclient, const DevicePath &path)
     if (path.upstream != nullptr)
         ret = close_switch(eclient, path.upstream, eclient.swi_chnl >> 16,
                            ErrnoForm::number_and_text);
+    note_unlock(eclient.bus, Lock::file);
     return ret;
 }
 

@@ -2,6 +2,7 @@
 // with --wrap).
 #include "scripted_kernel.h"
 
+#include "bus/lock_order.h"
 #include "include/qeli2c.h"
 #include "platform/qelplatform.h"
 
@@ -58,6 +59,7 @@ struct State {
     std::atomic<int> process_id = 0;
 };
 State state;
+SpinLock semaphore; // any one, while observing
 alignas(64) uint32_t table[32];
 thread_local int mutexes_held = 0;
 thread_local bool mutex_lock_fails = false;
@@ -444,6 +446,7 @@ int unreleased()
 
 void begin(const Script &script)
 {
+    forget_locks(); // a script may end with a bus held
     const std::lock_guard guard(state.lock);
     state.script = script;
     state.position = 0;
@@ -535,12 +538,17 @@ int32_t OAL_SemCreate(uint32_t key)
 }
 int32_t OAL_SemLockBySemId(int32_t id, uint32_t wait)
 {
+    // Without a script several threads may come at once.
+    if (state.mode == Mode::observing)
+        semaphore.lock();
     return request_unlocked(printed("OAL_SemLockBySemId %d %u", id, wait)).result;
 }
 // A release that succeeds may leave any errno behind: the library must not return it as a
 // transfer's.
 int32_t OAL_SemUnLockBySemId(int32_t id, uint32_t wait)
 {
+    if (state.mode == Mode::observing)
+        semaphore.unlock();
     errno = EDOM;
     return request_unlocked(printed("OAL_SemUnLockBySemId %d %u", id, wait)).result;
 }
