@@ -2,10 +2,13 @@
 #include "transcript.h"
 
 #include "command.h"
+#include "requests.h"
 #include "simboard/testing.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -26,11 +29,40 @@ void add_lines(std::string &text, const std::string &prefix, const std::string &
         text += "\\ no line end\n";
 }
 
+// A directory for commands that make boards themselves; nothing else of theirs may be left.
+struct Scratch {
+    std::string path;
+    Scratch()
+    {
+        char name[] = "/dev/shm/qeli2c-test-XXXXXX";
+        path = mkdtemp(name);
+        std::filesystem::create_directory(boards());
+        std::filesystem::permissions(boards(), std::filesystem::perms::owner_all);
+        setenv("QELI2C_SIM_DIR", boards().c_str(), 1);
+    }
+    ~Scratch()
+    {
+        unsetenv("QELI2C_SIM_DIR");
+        std::filesystem::remove_all(path);
+    }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+    std::string boards() const { return path + "/boards"; }
+    bool has_boards() const { return !std::filesystem::is_empty(boards()); }
+};
+
 struct Stage {
     std::unique_ptr<Board> board;
+    std::unique_ptr<Scratch> scratch;
     std::string directory;
     Played played;
 
+    Ended run_line(const std::string &line) const
+    {
+        return scratch ? run("cd " + scratch->path +
+                             "; unset LD_PRELOAD; [ ! -e env ] || . ./env\n" + line)
+                       : run(line);
+    }
     void new_board(const std::string &file, const std::string &speed)
     {
         if (board)
@@ -60,7 +92,24 @@ void Stage::direct(std::istringstream words, const std::string &line)
         for (std::string word; words >> word;)
             numbers.push_back(static_cast<uint32_t>(std::stoul(word, nullptr, 0)));
     };
-    if (verb == ":board") {
+    const std::string rest = line.substr(std::min(line.size(), verb.size() + 1));
+    if (isdigit(verb.at(1)) != 0) {
+        played.text += "  " + transfer_line(line) + "\n";
+    } else if (verb == ":taken") {
+        played.text += "  " + taken_line(line) + "\n";
+    } else if (verb == ":smbus") {
+        played.text += "  " + smbus_line(line) + "\n";
+    } else if (verb == ":ioctl") {
+        played.text += "  " + ioctl_line(line) + "\n";
+    } else if (verb == ":chip") {
+        new_board(R"({"name": "chip", "buses": [{"bus": 0, "devices": [)" + rest + "]}]}",
+                  "instant");
+    } else if (verb == ":shell") {
+        board.reset();
+        scratch = std::make_unique<Scratch>();
+    } else if (verb == ":board" && device[0] == '{') {
+        new_board(rest, "instant");
+    } else if (verb == ":board") {
         words >> name;
         new_board(device == "reference" ? simboard::testing::reference_board()
                                         : directory + "/" + device,
@@ -70,8 +119,10 @@ void Stage::direct(std::istringstream words, const std::string &line)
         show(run_on_terminal(name, "[y/N]", device + "\n"));
     } else if (verb == ":stimulus") {
         words >> name;
-        take_numbers();
-        board->set_stimulus(device, name, numbers.at(0));
+        if (int64_t value; words >> value)
+            board->set_stimulus(device, name, value);
+        else
+            played.text += "  " + std::to_string(board->stimulus(device, name)) + "\n";
     } else if (verb == ":wire") {
         for (const std::string &message : board->wire(static_cast<uint32_t>(std::stoul(device))))
             played.text += "  " + message + "\n";
@@ -134,15 +185,23 @@ Played play(const std::string &transcript, const std::string &directory)
             line += "\n" + all[i].substr(2);
         }
         if (line.starts_with(":")) {
-            stage.direct(std::istringstream(line), line);
+            line.erase(std::min(line.size(), line.find("  # ")));
+            try {
+                stage.direct(std::istringstream(line), line);
+            } catch (const std::runtime_error &error) { // what a board refuses
+                add_lines(stage.played.text, "! ", error.what() + std::string("\n"));
+            }
             continue;
         }
-        const Ended ended = run(line);
+        const Ended ended = stage.run_line(line);
         stage.show(ended);
         const auto has = [&line](const char *text) { return line.find(text) != std::string::npos; };
-        if (has("--json") && !has("|") && !has("qeli2c batch")) // one document
+        if (has("--json") && has("qeli2c ") && !has("|") && !has("qeli2c batch")) // one document
             stage.played.json.emplace_back(line, ended.out);
     }
-    stage.played.wrongs += stage.board->wrongs();
+    if (stage.board)
+        stage.played.wrongs += stage.board->wrongs();
+    if (stage.scratch && stage.scratch->has_boards())
+        stage.played.wrongs += "boards are left\n";
     return std::move(stage.played);
 }

@@ -6,11 +6,16 @@
 //     ! qeli2c: cannot read ...             and to standard error
 //     ? 1                                   its exit status, unless 0
 //
-// Lines for the board begin with a colon:
+// Lines for the board begin with a colon; "  # " and what follows is a comment:
 //
 //     $ :board FILE [SPEED]                 another board; the reference board otherwise
+//     $ :board TEXT                         one whose description stands here
+//     $ :chip TEXT                          one with only this device, on bus 0
+//     $ :shell                              no board of this test: a directory with room for some,
+//                                           "env" of which is read before each command
 //     $ :poke DEVICE OFFSET BYTE...         :peek DEVICE OFFSET COUNT
-//     $ :stimulus DEVICE NAME VALUE         :pin DEVICE PIN LEVEL
+//     $ :stimulus DEVICE NAME [VALUE]       :pin DEVICE PIN LEVEL
+//     $ :4/0x50 12 34 r2                    a request of this process (requests.h)
 //     $ :wire BUS                           every message since the last :reset, which
 //                                           puts the board back to power-on
 //     $ :transfers                          how many since the last :reset

@@ -14,14 +14,14 @@
 namespace
 {
 
-const std::string kDirectory = QELI2C_TEST_DATA "/transcripts";
-
 std::vector<std::string> transcripts()
 {
     std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(kDirectory))
-        if (entry.path().extension() == ".txt")
-            names.push_back(entry.path().stem());
+    for (const char *const of : {"/tool", "/simboard"})
+        for (const auto &entry :
+             std::filesystem::directory_iterator(QELI2C_TESTS + std::string(of) + "/transcripts"))
+            if (entry.path().extension() == ".txt")
+                names.push_back(of + ("/transcripts/" + entry.path().stem().string()));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -40,8 +40,9 @@ std::string check_shapes(const Played &played)
     for (const auto &[line, json] : played.json)
         file << "$ " << line << "\n" << json << "\n";
     file.close();
-    const Ended ended = run(
-        "env -u LD_PRELOAD python3 " QELI2C_TEST_DATA "/check_shapes.py " QELI2C_SCHEMA " " + path);
+    const Ended ended =
+        run("env -u LD_PRELOAD python3 " QELI2C_TESTS "/tool/check_shapes.py " QELI2C_SCHEMA " " +
+            path);
     unlink(path.c_str());
     return ended.status == 0 ? "" : ended.out + ended.err + "(status not 0)";
 }
@@ -52,12 +53,13 @@ class Transcript : public testing::TestWithParam<std::string>
 
 TEST_P(Transcript, ShowsTheSameAgain)
 {
-    const std::string path = kDirectory + "/" + GetParam() + ".txt";
+    const std::string path = QELI2C_TESTS + GetParam() + ".txt";
     const std::string kept = content_of(path);
     // Only the programs under test are linked with the board; others find it by the preloaded shim.
-    if (!*QELI2C_TEST_PRELOAD && kept.find("i2c-tools") != std::string::npos)
-        GTEST_SKIP() << "needs i2c-tools on the board";
-    const Played played = play(kept, kDirectory);
+    for (const char *const others : {"i2c-tools", "$ :shell"})
+        if (!*QELI2C_TEST_PRELOAD && kept.find(others) != std::string::npos)
+            GTEST_SKIP() << "needs programs of others on the board";
+    const Played played = play(kept, path.substr(0, path.rfind('/')));
     EXPECT_EQ(played.wrongs, "");
     EXPECT_EQ(played.json.empty() ? "" : check_shapes(played), "");
     if (std::getenv("QELI2C_RECORD"))
@@ -66,7 +68,9 @@ TEST_P(Transcript, ShowsTheSameAgain)
         EXPECT_EQ(played.text, kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(Tool, Transcript, testing::ValuesIn(transcripts()),
-                         [](const auto &test) { return test.param; });
+INSTANTIATE_TEST_SUITE_P(Tool, Transcript, testing::ValuesIn(transcripts()), [](const auto &test) {
+    const std::string &name = test.param;
+    return name.substr(name.rfind('/') + 1);
+});
 
 } // namespace
