@@ -1,6 +1,8 @@
 // The System V sets behind the semaphores, looked at from outside, for tests.
 #include "tests/platform/semaphore_sets.h"
 
+#include "tests/platform/process.h"
+
 #include <cerrno>
 #include <sys/sem.h>
 #include <sys/syscall.h>
@@ -68,4 +70,22 @@ void Semaphore::SetUp()
 void Semaphore::TearDown()
 {
     remove_set(key);
+}
+
+pid_t Semaphore::start_holder() const
+{
+    const pid_t holder =
+        start_child([this] { return OAL_SemLockBySemId(id, kForever) != 0 ? 1 : pause(); });
+    wait_until([this] { return value_of(key) == 1; });
+    return holder;
+}
+
+pid_t Semaphore::start_waiter() const
+{
+    const pid_t waiter = start_child([this] {
+        return OAL_SemLockBySemId(id, kForever) == 0 && OAL_SemUnLockBySemId(id, kForever) == 0 ? 0
+                                                                                                : 1;
+    });
+    wait_until([this] { return waiters_for(key) == 1; });
+    return waiter;
 }

@@ -5,6 +5,7 @@
 #include "platform/qelplatform.h"
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 constexpr uint32_t kForever = 65535;
 
@@ -23,6 +24,10 @@ class Semaphore : public testing::Test
 protected:
     void SetUp() override;
     void TearDown() override;
+    // Children that hold until they are killed, and that take and release once; they have begun to
+    // hold, and to wait for who holds.
+    pid_t start_holder() const;
+    pid_t start_waiter() const;
 
     uint32_t key = 0;
     int32_t id = -1;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <functional>
 #include <sys/sem.h>
 #include <thread>
 #include <unistd.h>
@@ -32,6 +33,17 @@ int take_turn(int32_t id, Inside *inside)
     ++inside->turns;
     inside->now.fetch_sub(1);
     return OAL_SemUnLockBySemId(id, kForever) == 0 ? 0 : 2;
+}
+
+void run_threads(int count, const std::function<void(size_t)> &body)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(body, static_cast<size_t>(i));
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
 }
 
 TEST_F(Semaphore, IsFreeWhenCreatedAndHeldOnce)
@@ -65,14 +77,8 @@ TEST_F(Semaphore, ADeadHolderFreesIt)
 
 TEST_F(Semaphore, AWaiterFollowsAKilledHolder)
 {
-    const pid_t holder =
-        start_child([this] { return OAL_SemLockBySemId(id, kForever) != 0 ? 1 : pause(); });
-    wait_until([this] { return value_of(key) == 1; });
-    const pid_t waiter = start_child([this] {
-        return OAL_SemLockBySemId(id, kForever) == 0 && OAL_SemUnLockBySemId(id, kForever) == 0 ? 0
-                                                                                                : 1;
-    });
-    wait_until([this] { return waiters_for(key) == 1; });
+    const pid_t holder = start_holder();
+    const pid_t waiter = start_waiter();
     kill_child(holder);
     EXPECT_EQ(end_of(waiter), 0);
     EXPECT_EQ(value_of(key), 0);
@@ -81,8 +87,7 @@ TEST_F(Semaphore, AWaiterFollowsAKilledHolder)
 TEST_F(Semaphore, AKilledWaiterLeavesNoTrace)
 {
     ASSERT_EQ(OAL_SemLockBySemId(id, kForever), 0);
-    const pid_t waiter = start_child([this] { return OAL_SemLockBySemId(id, kForever); });
-    wait_until([this] { return waiters_for(key) == 1; });
+    const pid_t waiter = start_waiter();
     kill_child(waiter);
     EXPECT_EQ(value_of(key), 1);
     EXPECT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
@@ -105,9 +110,7 @@ TEST_F(Semaphore, WaitingSurvivesSignals)
 
 TEST_F(Semaphore, ATimeLimitIsKeptDespiteSignals)
 {
-    const pid_t holder =
-        start_child([this] { return OAL_SemLockBySemId(id, kForever) != 0 ? 1 : pause(); });
-    wait_until([this] { return value_of(key) == 1; });
+    const pid_t holder = start_holder();
     for (const uint32_t limit : {0U, 1U, 100U, 700U}) {
         const SignalStorm storm;
         const int64_t start = monotonic_milliseconds();
@@ -154,18 +157,12 @@ TEST_F(Semaphore, ThreadsThatCreateItAtOnceGetOneHandle)
     const uint32_t new_key = key + 0x80;
     std::array<int32_t, kThreads> ids{};
     std::atomic<int> arrived{0};
-    std::vector<std::thread> threads;
-    for (int32_t &result : ids) {
-        threads.emplace_back([&] {
-            ++arrived;
-            while (arrived < kThreads) {
-            }
-            result = OAL_SemCreate(new_key);
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    run_threads(kThreads, [&](size_t i) {
+        ++arrived;
+        while (arrived < kThreads) {
+        }
+        ids[i] = OAL_SemCreate(new_key);
+    });
     for (const int32_t result : ids) {
         EXPECT_EQ(result, ids[0]);
     }
@@ -176,19 +173,13 @@ TEST_F(Semaphore, ThreadsThatCreateItAtOnceGetOneHandle)
 TEST_F(Semaphore, ThreadsExcludeEachOther)
 {
     int count = 0; // plain: the thread sanitizer checks that holding orders the accesses
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 500; ++turn) {
-                EXPECT_EQ(OAL_SemLockBySemId(id, kForever), 0);
-                ++count;
-                EXPECT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    run_threads(4, [&](size_t) {
+        for (int turn = 0; turn < 500; ++turn) {
+            EXPECT_EQ(OAL_SemLockBySemId(id, kForever), 0);
+            ++count;
+            EXPECT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
+        }
+    });
     EXPECT_EQ(count, 2000);
 }
 
@@ -225,33 +216,22 @@ TEST_F(Semaphore, OnlySoManyKeysHaveAHandle)
 
 TEST_F(Semaphore, AReleaseWithoutAHoldIsAnError)
 {
-    EXPECT_LT(OAL_SemUnLockBySemId(id, kForever), 0);
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(value_of(key), 0);
-
+    const auto expect_refused = [this](const char *why, int value) {
+        EXPECT_LT(OAL_SemUnLockBySemId(id, kForever), 0) << why;
+        EXPECT_EQ(errno, EPERM) << why;
+        EXPECT_EQ(value_of(key), value) << why;
+    };
+    expect_refused("never held", 0);
     ASSERT_EQ(OAL_SemLockBySemId(id, kForever), 0);
     ASSERT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
-    EXPECT_LT(OAL_SemUnLockBySemId(id, kForever), 0) << "released twice";
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(value_of(key), 0);
-
-    const pid_t holder =
-        start_child([this] { return OAL_SemLockBySemId(id, kForever) != 0 ? 1 : pause(); });
-    wait_until([this] { return value_of(key) == 1; });
-    EXPECT_LT(OAL_SemUnLockBySemId(id, kForever), 0) << "held by another process";
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(value_of(key), 1);
+    expect_refused("released twice", 0);
+    const pid_t holder = start_holder();
+    expect_refused("held by another process", 1);
     EXPECT_LT(OAL_SemLockBySemId(id, 0), 0);
     kill_child(holder);
-}
-
-TEST_F(Semaphore, AHoldThatSomebodyResetIsNoHold)
-{
     ASSERT_EQ(OAL_SemLockBySemId(id, kForever), 0);
     ASSERT_EQ(semctl(semget(static_cast<key_t>(key), 0, 0), 0, SETVAL, 0), 0);
-    EXPECT_LT(OAL_SemUnLockBySemId(id, kForever), 0);
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(value_of(key), 0);
+    expect_refused("reset by somebody", 0);
 }
 
 TEST_F(Semaphore, AChildInheritsNoHold)
@@ -265,11 +245,7 @@ TEST_F(Semaphore, AChildInheritsNoHold)
               })),
               0);
     EXPECT_EQ(value_of(key), 1) << "the end of the child frees nothing";
-    const pid_t waiter = start_child([this] {
-        return OAL_SemLockBySemId(id, kForever) == 0 && OAL_SemUnLockBySemId(id, kForever) == 0 ? 0
-                                                                                                : 1;
-    });
-    wait_until([this] { return waiters_for(key) == 1; });
+    const pid_t waiter = start_waiter();
     EXPECT_EQ(OAL_SemUnLockBySemId(id, kForever), 0);
     EXPECT_EQ(end_of(waiter), 0) << "a child can hold for itself";
 }
