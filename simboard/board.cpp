@@ -298,11 +298,13 @@ void sweep(const std::string &base, const std::string &name)
 
 std::vector<std::string> candidate_directories()
 {
-    if (const char *given = std::getenv("QELI2C_SIM_DIR"); given != nullptr && *given != '\0') {
+    if (const char *given = secure_getenv("QELI2C_SIM_DIR"); given != nullptr && *given != '\0') {
         return {given};
     }
     std::vector<std::string> candidates;
-    if (const char *run = std::getenv("XDG_RUNTIME_DIR"); run != nullptr && *run == '/') {
+    // Kept by su: another user's is no place for this one, whoever owns what would lie in it.
+    if (const char *run = secure_getenv("XDG_RUNTIME_DIR");
+        run != nullptr && *run == '/' && is_private_directory(run)) {
         candidates.push_back(std::string(run) + "/qeli2c-sim");
     }
     const std::string name = "/qeli2c-sim-" + std::to_string(geteuid());
@@ -416,7 +418,7 @@ void delete_board(const std::string &directory)
     if (rmdir(directory.c_str()) < 0 && errno != ENOENT) {
         fail(directory);
     }
-    const char *const given = std::getenv("QELI2C_SIM_DIR");
+    const char *const given = secure_getenv("QELI2C_SIM_DIR");
     if (given == nullptr || *given == '\0') {
         rmdir(directory.substr(0, directory.rfind('/'))
                   .c_str()); // stays while there are other boards

@@ -1,9 +1,12 @@
 // What only shows in a program of its own. With a number, reads register 0 of the device that the
 // inherited descriptor of that number is set to; the register is the exit status. With "plain"
 // behind it, the register that the device's pointer stands on, by read. With "semaphore", makes the
-// semaphore of bus 0 and prints its id.
+// semaphore of bus 0 and prints its id. With "open" and a path, tells whether that can be opened,
+// and whether the program was started with more rights than its caller has.
+#include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <sys/auxv.h>
 #include <sys/ioctl.h>
 #include <sys/sem.h>
 #include <unistd.h>
@@ -16,6 +19,11 @@ int main(int argc, char **argv)
 {
     if (argc == 2 && std::strcmp(argv[1], "semaphore") == 0) {
         std::printf("%d\n", semget(0x3060, 1, IPC_CREAT | 0600));
+        return 0;
+    }
+    if (argc == 3 && std::strcmp(argv[1], "open") == 0) {
+        std::printf("%s %s\n", open(argv[2], O_RDWR) >= 0 ? "opened" : "refused",
+                    getauxval(AT_SECURE) != 0 ? "secure" : "plain");
         return 0;
     }
     if (argc == 3) {

@@ -33,7 +33,7 @@ void add_board_option(CLI::App &command, std::string &name)
 std::string choose_board(const std::string &name)
 {
     if (name.empty()) {
-        if (const char *variable = std::getenv("QELI2C_SIM");
+        if (const char *variable = secure_getenv("QELI2C_SIM");
             variable != nullptr && *variable != 0) {
             return variable;
         }

@@ -57,7 +57,7 @@ std::string find_shim()
 // for that board only.
 bool went_with_board(const std::string &file)
 {
-    const char *const directory = std::getenv("QELI2C_SIM");
+    const char *const directory = secure_getenv("QELI2C_SIM");
     return directory != nullptr && file == std::string(directory) + "/board.json" &&
            access(file.c_str(), F_OK) < 0;
 }
@@ -67,7 +67,7 @@ std::string find_board_file(const std::string &given)
     if (!given.empty()) {
         return given;
     }
-    const char *const variable = std::getenv("QELI2C_BOARD");
+    const char *const variable = secure_getenv("QELI2C_BOARD");
     if (variable != nullptr && *variable != 0 && !went_with_board(variable)) {
         return variable;
     }
@@ -91,7 +91,7 @@ Environment board_environment(const std::string &directory)
 {
     const std::string shim = find_shim();
     std::string preload = shim;
-    if (const char *former = std::getenv("LD_PRELOAD"); former != nullptr && *former != '\0') {
+    if (const char *former = secure_getenv("LD_PRELOAD"); former != nullptr && *former != '\0') {
         const bool is_first = std::string(former).compare(0, shim.size(), shim) == 0;
         preload = is_first ? former : shim + ":" + former;
     }

@@ -20,7 +20,7 @@ constexpr size_t kMemory = size_t{32} << 20;
 // It has no name from the start on, so that nothing is left of it.
 int open_temporary()
 {
-    const char *const directory = std::getenv("TMPDIR");
+    const char *const directory = secure_getenv("TMPDIR");
     std::string name = directory != nullptr && *directory == '/' ? directory : "/var/tmp";
     name += "/qeli2c-sim-XXXXXX";
     const int file = mkostemp(name.data(), O_CLOEXEC);

@@ -23,7 +23,7 @@ std::string choose_file(const std::string &option)
 {
     if (!option.empty())
         return option;
-    if (const char *variable = std::getenv("QELI2C_BOARD"); variable && *variable)
+    if (const char *variable = secure_getenv("QELI2C_BOARD"); variable && *variable)
         return variable;
     return access(kDefaultFile, F_OK) == 0 ? kDefaultFile : "";
 }
