@@ -156,34 +156,6 @@ TEST(FileLock, ExcludesOtherProcessesWhateverTheAddress)
     EXPECT_TRUE(other.wait_ready());
 }
 
-TEST(TwoChannels, OnOneSegmentOnly)
-{
-    const char *const siblings = R"({"name":"siblings","buses":[{"bus":4,"devices":[
-        {"name":"a","type":"pca9548","address":"0x70","channels":{"0":[
-            {"name":"c","type":"pca9548","address":"0x72"}]}},
-        {"name":"b","type":"pca9548","address":"0x71"}]}]})";
-    const struct {
-        const char *name;
-        std::vector<std::pair<uint16_t, uint8_t>> writes;
-        uint64_t counted;
-    } rows[] = {
-        {"one after the other", {{0x70, 1}, {0x70, 2}, {0x70, 0}, {0x71, 4}}, 0},
-        {"in one switch", {{0x70, 3}}, 1},
-        {"in siblings", {{0x70, 1}, {0x71, 1}}, 1},
-        {"behind each other", {{0x70, 1}, {0x72, 1}}, 0},
-        {"closing one of three", {{0x70, 7}, {0x70, 3}}, 1},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        Board board(siblings);
-        const Device bus(4);
-        for (const auto &[address, control] : row.writes) {
-            ASSERT_EQ(bus.write(address, {control}), 1);
-        }
-        EXPECT_EQ(board.totals(4).two_channels, row.counted);
-    }
-}
-
 TEST(Counters, BelongToTheProcessThatMadeThem)
 {
     Board board(reference_board());
@@ -233,12 +205,8 @@ bool switch_lock(const std::string &kind, const Device &bus, bool on)
     if (kind == "semaphore") {
         return operate(semget(0x3064, 1, IPC_CREAT | 0600), on ? 1 : -1);
     }
-    if (kind == "flock") {
-        return flock(bus.fd(), on ? LOCK_EX : LOCK_UN) == 0;
-    }
-    struct flock lock = {};
-    lock.l_type = on ? F_WRLCK : F_UNLCK;
-    return fcntl(bus.fd(), F_SETLKW, &lock) == 0;
+    return kind == "flock" ? flock(bus.fd(), on ? LOCK_EX : LOCK_UN) == 0
+                           : record_lock(bus.fd(), F_SETLKW, on ? F_WRLCK : F_UNLCK) == 0;
 }
 
 TEST(Locks, HoldsAndWaitsAreTimed)
