@@ -32,18 +32,13 @@ int open_memory_or_file(const char *path, int flags, mode_t mode)
     return fcntl(physical_memory, F_DUPFD_CLOEXEC, 0);
 }
 
-mode_t mode_argument(int flags, va_list args)
-{
-    return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(args, mode_t) : 0;
-}
-
 } // namespace
 
 extern "C" int open64(const char *path, int flags, ...)
 {
     va_list args;
     va_start(args, flags);
-    const mode_t mode = mode_argument(flags, args);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(args, mode_t) : 0;
     va_end(args);
     return open_memory_or_file(path, flags, mode);
 }
