@@ -65,23 +65,43 @@ void written(Check &check, const Area &area)
           wire::memory(area.client, area.offset, area.bytes.size() + 2), wanted);
 }
 
+// A call that gives `result` and leaves `count` bytes at the offset.
+template <typename Call>
+void writes(Check &check, Level level, uint16_t offset, size_t count, int result, const Call &call)
+{
+    Area area = area_for_writing(level, offset, count);
+    equal(check, "result of the write", call(area, at_offset(offset, area.bytes)), result);
+    written(check, area);
+}
+
+// A call that gives `result` and fetches `count` bytes from there.
+template <typename Call>
+void reads(Check &check, Level level, uint16_t offset, size_t count, int result, const Call &call)
+{
+    const Area area = area_for_reading(level, offset, count);
+    Bytes received(count);
+    equal(check, "result of the read", call(area, at_offset(offset), received), result);
+    equal(check, "bytes", received, area.bytes);
+}
+
 void one_message(Check &check, Level level)
 {
-    const Area area = area_for_writing(level, 0x1000, 32);
-    Bytes sent = at_offset(area.offset, area.bytes);
-    i2c_msg write = message(area.client, 0, sent);
-    equal(check, "result", ei2c_rdwr_xfer(&area.client, &write, 1), 1);
-    written(check, area);
+    writes(check, level, 0x1000, 32, 1, [](const Area &area, Bytes sent) {
+        i2c_msg write = message(area.client, 0, sent);
+        return ei2c_rdwr_xfer(&area.client, &write, 1);
+    });
+    writes(check, level, 0x1400, 20, 1, [](const Area &area, Bytes sent) {
+        i2c_msg write = message(area.client, 0, sent);
+        return ei2c_rdwr_xfer_without_retry(&area.client, &write, 1);
+    });
 }
 
 void write_then_read(Check &check, Level level)
 {
-    const Area area = area_for_reading(level, 0x1100, 48);
-    Bytes sent = at_offset(area.offset);
-    Bytes received(48);
-    i2c_msg both[2] = {message(area.client, 0, sent), message(area.client, I2C_M_RD, received)};
-    equal(check, "result", ei2c_rdwr_xfer(&area.client, both, 2), 2);
-    equal(check, "bytes", received, area.bytes);
+    reads(check, level, 0x1100, 48, 2, [](const Area &area, Bytes sent, Bytes &received) {
+        i2c_msg both[2] = {message(area.client, 0, sent), message(area.client, I2C_M_RD, received)};
+        return ei2c_rdwr_xfer(&area.client, both, 2);
+    });
 }
 
 void four_messages(Check &check, Level level)
@@ -113,28 +133,14 @@ void pair_of_transfers(Check &check, Level level)
     written(check, area);
 }
 
-void one_try(Check &check, Level level)
+void offsets(Check &check, Level level)
 {
-    const Area area = area_for_writing(level, 0x1400, 20);
-    Bytes sent = at_offset(area.offset, area.bytes);
-    i2c_msg write = message(area.client, 0, sent);
-    equal(check, "result", ei2c_rdwr_xfer_without_retry(&area.client, &write, 1), 1);
-    written(check, area);
-}
-
-void offset_write(Check &check, Level level)
-{
-    const Area area = area_for_writing(level, 0x1500, 100);
-    equal(check, "result", i2cWrite(&area.client, 100, area.bytes.data(), 2, area.offset), 1);
-    written(check, area);
-}
-
-void offset_read(Check &check, Level level)
-{
-    const Area area = area_for_reading(level, 0x1600, 200);
-    Bytes received(200);
-    equal(check, "result", i2cRead(&area.client, 200, received.data(), 2, area.offset), 2);
-    equal(check, "bytes", received, area.bytes);
+    writes(check, level, 0x1500, 100, 1, [](const Area &area, const Bytes &) {
+        return i2cWrite(&area.client, 100, area.bytes.data(), 2, area.offset);
+    });
+    reads(check, level, 0x1600, 200, 2, [](const Area &area, const Bytes &, Bytes &received) {
+        return i2cRead(&area.client, 200, received.data(), 2, area.offset);
+    });
 }
 
 void receive_and_send_byte(Check &check, Level level)
@@ -187,31 +193,18 @@ void block_read(Check &check, Level level)
     equal(check, "count and two bytes", with_count, {3, 'A', 'D'});
 }
 
-void block_write(Check &check, Level level)
+void written_blocks(Check &check, Level level)
 {
-    Area area = area_for_writing(level, 0x1700 + 12, 12); // the count is the low half of the offset
-    equal(check, "result", ei2c_smbus_write_block_data(&area.client, 0x17, 12, area.bytes.data()),
-          0);
-    written(check, area);
-}
-
-void i2c_block_write(Check &check, Level level)
-{
-    const Area area = area_for_writing(level, 0x1820, 31);
-    Bytes sent = at_offset(area.offset, area.bytes);
-    equal(check, "result",
-          ei2c_smbus_write_i2c_block_data(&area.client, sent[0], 32, sent.data() + 1), 0);
-    written(check, area);
-}
-
-void i2c_block_read(Check &check, Level level)
-{
-    const Area area = area_for_reading(level, 0x1900, 253);
-    const Bytes sent = at_offset(area.offset);
-    Bytes received(253);
-    equal(check, "result",
-          ei2c_smbus_read_i2c_block_data(&area.client, 2, sent.data(), 253, received.data()), 2);
-    equal(check, "bytes", received, area.bytes);
+    // The count is the low half of the offset.
+    writes(check, level, 0x1700 + 12, 12, 0, [](const Area &area, const Bytes &) {
+        return ei2c_smbus_write_block_data(&area.client, 0x17, 12, area.bytes.data());
+    });
+    writes(check, level, 0x1820, 31, 0, [](const Area &area, const Bytes &sent) {
+        return ei2c_smbus_write_i2c_block_data(&area.client, sent[0], 32, sent.data() + 1);
+    });
+    reads(check, level, 0x1900, 253, 2, [](const Area &area, const Bytes &sent, Bytes &received) {
+        return ei2c_smbus_read_i2c_block_data(&area.client, 2, sent.data(), 253, received.data());
+    });
 }
 
 // An EEPROM takes the block as: command and count are its offset, then two bytes to store; what it
@@ -237,15 +230,18 @@ void process_call(Check &check, Level level)
 
 void multi_para(Check &check, Level level)
 {
-    const Area area = area_for_writing(level, 0x1B00, 40);
-    equal(check, "result of the write",
-          i2c_write_multi_para(&area.client, area.offset, 2, 40, area.bytes.data()), 0);
-    written(check, area);
-    const Area other = area_for_reading(level, 0x1B80, 40);
-    Bytes received(40);
-    equal(check, "result of the read",
-          i2c_read_multi_para(&other.client, other.offset, 2, 40, received.data()), 0);
-    equal(check, "bytes", received, other.bytes);
+    writes(check, level, 0x1B00, 40, 0, [](const Area &area, const Bytes &) {
+        return i2c_write_multi_para(&area.client, area.offset, 2, 40, area.bytes.data());
+    });
+    reads(check, level, 0x1B80, 40, 0, [](const Area &area, const Bytes &, Bytes &received) {
+        return i2c_read_multi_para(&area.client, area.offset, 2, 40, received.data());
+    });
+    writes(check, level, 0x1D40, 10, 0, [](const Area &area, const Bytes &) {
+        return pango_i2c_write_multi_para(&area.client, 0x1D, 0x40, 1, 10, area.bytes.data());
+    });
+    reads(check, level, 0x1D90, 10, 0, [](const Area &area, const Bytes &, Bytes &received) {
+        return pango_i2c_read_multi_para(&area.client, 0x1D, 0x90, 1, 10, received.data());
+    });
 }
 
 void multi_para_pair(Check &check, Level level)
@@ -260,19 +256,6 @@ void multi_para_pair(Check &check, Level level)
                                         received.data()),
           0);
     written(check, target);
-    equal(check, "bytes", received, source.bytes);
-}
-
-void command_and_offset(Check &check, Level level)
-{
-    const Area target = area_for_writing(level, 0x1D40, 10);
-    equal(check, "result of the write",
-          pango_i2c_write_multi_para(&target.client, 0x1D, 0x40, 1, 10, target.bytes.data()), 0);
-    written(check, target);
-    const Area source = area_for_reading(level, 0x1D90, 10);
-    Bytes received(10);
-    equal(check, "result of the read",
-          pango_i2c_read_multi_para(&source.client, 0x1D, 0x90, 1, 10, received.data()), 0);
     equal(check, "bytes", received, source.bytes);
 }
 
@@ -307,20 +290,15 @@ constexpr struct {
     {"write-then-read", write_then_read},
     {"four-messages", four_messages},
     {"pair-of-transfers", pair_of_transfers},
-    {"one-try", one_try},
-    {"offset-write", offset_write},
-    {"offset-read", offset_read},
+    {"offset", offsets},
     {"receive-and-send-byte", receive_and_send_byte},
     {"byte-data", byte_data},
     {"word-data", word_data},
     {"block-read", block_read},
-    {"block-write", block_write},
-    {"i2c-block-write", i2c_block_write},
-    {"i2c-block-read", i2c_block_read},
+    {"written-blocks", written_blocks},
     {"block-process-call", process_call},
     {"multi-para", multi_para},
     {"multi-para-pair", multi_para_pair},
-    {"command-and-offset", command_and_offset},
     {"retimer-blocks", retimer_blocks},
 };
 

@@ -51,58 +51,6 @@ void tools_write_eeprom(Check &check)
     equal(check, "bytes", received, {0xCA, 0xFE, 0x12, 0x34});
 }
 
-void tools_read_registers(Check &check)
-{
-    const ei2c_client monitor = device(Chip::monitor, Level::root);
-    const ei2c_client pins = device(Chip::pins, Level::root);
-    equal(check, "result of the word write", ei2c_smbus_write_word_data(&monitor, 3, 0x4321), 0);
-    equal(check, "word as i2cget sees it", output_of("/usr/sbin/i2cget -y 3 0x48 3 w"), "0x4321");
-    equal(check, "result of the byte write", ei2c_smbus_write_byte_data(&pins, 3, 0xC3), 0);
-    equal(check, "byte as i2cget sees it", output_of("/usr/sbin/i2cget -y 3 0x20 3"), "0xc3");
-}
-
-void tools_write_registers(Check &check)
-{
-    const ei2c_client monitor = device(Chip::monitor, Level::root);
-    const ei2c_client pins = device(Chip::pins, Level::root);
-    uint16_t word = 0;
-    uint8_t byte = 0;
-    (void)output_of("/usr/sbin/i2cset -y 3 0x48 2 0xbeef w && /usr/sbin/i2cset -y 3 0x20 3 0xff");
-    equal(check, "result of the word read", ei2c_smbus_read_word_data(&monitor, 2, &word), 0);
-    equal(check, "word", word, 0xBEEF);
-    equal(check, "result of the byte read", ei2c_smbus_read_byte_data(&pins, 3, &byte), 0);
-    equal(check, "byte", byte, 0xFF);
-}
-
-void tools_read_blocks(Check &check)
-{
-    ei2c_client identity = {};
-    identity.bus = 7;
-    identity.addr = 0x50;
-    const Bytes block = {0x0A, 0x0B, 0x0C};
-    equal(check, "result of the block write",
-          ei2c_smbus_write_block_data(&identity, 0x60, 3, block.data()), 0);
-    equal(check, "block as i2cget sees it", output_of("/usr/sbin/i2cget -y 7 0x50 0x60 s"),
-          "0x0a 0x0b 0x0c");
-    equal(check, "result of the I2C block write",
-          ei2c_smbus_write_i2c_block_data(&identity, 0x70, 3, block.data()), 0);
-    equal(check, "I2C block as i2cget sees it", output_of("/usr/sbin/i2cget -y 7 0x50 0x70 i 3"),
-          "0x0a 0x0b 0x0c");
-}
-
-void tools_write_blocks(Check &check)
-{
-    ei2c_client identity = {};
-    identity.bus = 7;
-    identity.addr = 0x50;
-    (void)output_of("/usr/sbin/i2cset -y 7 0x50 0x80 0x21 0x22 0x23 0x24 s");
-    uint8_t count = 0;
-    Bytes values(32);
-    equal(check, "result", ei2c_smbus_read_block_data(&identity, 0x80, &count, values.data()), 0);
-    values.resize(count);
-    equal(check, "block", values, {0x21, 0x22, 0x23, 0x24});
-}
-
 // The kernel's at24 driver on an EEPROM of the library's, bound for the length of a case.
 struct KernelDriver {
     KernelDriver() { (void)output_of("echo 24c512 0x57 > /sys/bus/i2c/devices/i2c-9/new_device"); }
@@ -172,10 +120,6 @@ void add_witness_cases(Cases &cases)
 {
     cases.push_back({"witness/i2c-tools-read-eeprom", tools_read_eeprom});
     cases.push_back({"witness/i2c-tools-write-eeprom", tools_write_eeprom});
-    cases.push_back({"witness/i2c-tools-read-registers", tools_read_registers});
-    cases.push_back({"witness/i2c-tools-write-registers", tools_write_registers});
-    cases.push_back({"witness/i2c-tools-read-blocks", tools_read_blocks});
-    cases.push_back({"witness/i2c-tools-write-blocks", tools_write_blocks});
     cases.push_back({"witness/kernel-driver-reads", driver_reads});
     cases.push_back({"witness/kernel-driver-writes", driver_writes});
     cases.push_back({"refusal/address-of-a-kernel-driver", driver_owns_address});
