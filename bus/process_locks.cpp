@@ -1,6 +1,7 @@
 // The library's mutexes, and their state after fork.
 #include "bus/process_locks.h"
 
+#include <cerrno>
 #include <pthread.h>
 
 #include "bus/lock_order.h"
@@ -44,10 +45,13 @@ void unlock_registry()
     (void)pthread_mutex_unlock(&registry_mutex);
 }
 
-void lock_first_use()
+bool lock_first_use()
 {
     handle_forks();
-    (void)pthread_mutex_lock(&first_use_mutex);
+    const int error = pthread_mutex_lock(&first_use_mutex);
+    if (error != 0)
+        errno = error;
+    return error == 0;
 }
 
 void unlock_first_use()

@@ -12,7 +12,8 @@ bool lock_registry();
 void unlock_registry();
 
 // Guards the creation of what a process creates once and keeps. May be taken while a bus is held.
-void lock_first_use();
+// False, with errno set, when it cannot be had: then nothing may be created.
+bool lock_first_use();
 void unlock_first_use();
 
 // Gives `cached`, an id or a descriptor, creating it first when it is negative. Threads that arrive
@@ -25,7 +26,8 @@ int32_t create_once(int32_t &cached, Create create)
     if (value >= 0)
         return value;
     const CancellationPutOff put_off;
-    lock_first_use();
+    if (!lock_first_use())
+        return -1;
     value = cached;
     if (value < 0) {
         value = create();

@@ -91,7 +91,8 @@ ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-rese
     ui2c_adapter_data *data = __atomic_load_n(&adapter->data, __ATOMIC_ACQUIRE);
     if (data != nullptr)
         return data;
-    lock_first_use();
+    if (!lock_first_use())
+        return nullptr;
     data = adapter->data;
     if (data == nullptr) {
         data = static_cast<ui2c_adapter_data *>(malloc(sizeof(*data)));
@@ -156,7 +157,8 @@ int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
 {
     if (!owner_table_mapped()) {
         const CancellationPutOff put_off;
-        lock_first_use();
+        if (!lock_first_use())
+            return -1;
         if (!owner_table_mapped())
             map_owner_table();
         unlock_first_use();
