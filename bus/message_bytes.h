@@ -50,11 +50,13 @@ inline bool lay_out(MessageBytes &message, const uint8_t *command, uint32_t offs
     return true;
 }
 
-// A failed transfer's errno is its caller's to see.
+// A failed transfer's errno is its caller's to see. Compilers take it that free() leaves errno
+// alone, which C libraries promise only of late, and would leave out the restoring.
 inline void free_keeping_errno(void *bytes)
 {
     const int error = errno;
     free(bytes);
+    __asm__ volatile("" : : : "memory");
     errno = error;
 }
 
