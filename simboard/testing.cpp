@@ -184,8 +184,10 @@ void Board::reset()
 Counters Board::totals()
 {
     Counters sum = {};
-    for (uint32_t bus = 0; bus < kBuses; bus++) {
-        add_counters(sum, totals(bus));
+    for (const ProcessCounters &process : read_counters(view_)) {
+        for (const Counters &column : process.by_bus) {
+            add_counters(sum, column);
+        }
     }
     return sum;
 }
