@@ -1,0 +1,436 @@
+// Every exported call, once or more: how it is made, what it gives, what it writes.
+#include <linux/i2c.h>
+
+#include "fault_rules.h"
+
+namespace faults
+{
+
+uint8_t *window = nullptr;
+
+namespace
+{
+
+constexpr ei2c_client device(uint16_t addr, uint32_t swi_addr = 0x70, uint32_t swi_chnl = 5)
+{
+    return {4, addr, 0, swi_addr, swi_chnl, {}};
+}
+
+const ei2c_client plain = device(0x60, 0, 0);
+const ei2c_client middle = device(0x21);
+const ei2c_client far_away = device(0x22, 0x00700071, 0x00050003);
+const ei2c_client io = device(0x23, 0, 0);
+const ei2c_client leds = device(0x24, 0, 0);
+const ei2c_client monitor = device(0x44, 0, 0);
+const ei2c_client timer = device(0x18);
+const ei2c_client store = device(0x50);
+const ei2c_client lattice = device(0x40);
+const ei2c_client pango = device(0x41);
+const ei2c_client ef2 = device(0x42);
+const ei2c_client ef3 = device(0x43);
+const ei2c_client card = device(0x31);
+const tpa626_info described = {monitor, 0x2741, 0x0014, 0, 25.0F, 1.25F, 0, 1.0F, 1.0F};
+const retimer_i2c_dev timer_bytes = {4, 0x18, {}, 1, 0x70, 5, 0, 0};
+
+const uint8_t bytes[64] = {0x10, 1, 2, 3, 4, 5};
+uint8_t reg = 0x10;
+ui2c_adapter *adapter;
+ui2c_switch *swi;
+int32_t fd;
+int32_t semid;
+
+// The window as what a call writes.
+template <typename Word>
+Word *out(size_t offset = 0)
+{
+    return reinterpret_cast<Word *>(window + offset);
+}
+
+uint8_t *area()
+{
+    window[0] = 4;
+    for (int i = 1; i < QELI2C_SMBUS_AREA; ++i)
+        window[i] = 0x55;
+    return window;
+}
+
+int32_t transfer(const ei2c_client &client, decltype(ei2c_rdwr_xfer) call)
+{
+    i2c_msg messages[2] = {{client.addr, 0, 1, &reg}, {client.addr, I2C_M_RD, 4, window}};
+    return call(&client, messages, 2);
+}
+
+int32_t transfer_pair(const ei2c_client &client)
+{
+    uint8_t written[2] = {0x30, 0x5A};
+    i2c_msg set0 = {client.addr, 0, 2, written};
+    i2c_msg set1[2] = {{client.addr, 0, 1, &reg}, {client.addr, I2C_M_RD, 4, window}};
+    i2c_msg *sets[2] = {&set0, set1};
+    const uint32_t counts[2] = {1, 2};
+    return ei2c_rdwr_mxfer(&client, sets, counts);
+}
+
+int32_t transact(const ei2c_client &client, decltype(ei2c_smbus_xfer) call)
+{
+    return call(&client, 1, 0x10, 2, area());
+}
+
+void find_adapter()
+{
+    adapter = ui2c_to_adapter(4);
+}
+
+void find_switch()
+{
+    find_adapter();
+    swi = ui2c_to_switch(adapter, 0x70, 0);
+}
+
+void open_file()
+{
+    find_adapter();
+    fd = ui2c_adapter_fd(adapter);
+}
+
+void take_semaphore()
+{
+    find_adapter();
+    semid = ipc_lock_adapter(adapter);
+}
+
+void take_file_lock()
+{
+    open_file();
+    (void)exclusive_file_lock(fd);
+}
+
+template <const ei2c_client &client>
+void take_bus()
+{
+    (void)ei2c_smbus_lock_adapter(&client, &fd, &semid);
+}
+
+template <const ei2c_client &client>
+void open_bus()
+{
+    (void)ei2c_smbus_select_switch(&client, &fd, &semid);
+}
+
+template <const ei2c_client &client>
+void take_bridge()
+{
+    (void)lockAndSelectBridge_Ridgeback(&client, &semid, &fd);
+}
+
+template <const ei2c_client &client>
+void release()
+{
+    (void)ei2c_smbus_deselect_switch(&client, *out<int32_t>(), *out<int32_t>(4));
+}
+
+template <const ei2c_client &client>
+void release_bridge()
+{
+    (void)unlockAndDeselectBridge_Ridgeback(&client, out<int32_t>(), out<int32_t>(4));
+}
+
+// Results of the taking calls.
+constexpr Results kHold = {{0, -1, QELI2C_NO_DEVICE_FILE, -1, -2, -4, -3, -5, 0, -1, 0}};
+constexpr Results kHoldPath = {{1, -1, QELI2C_NO_DEVICE_FILE, -1, -2, -4, -3, -5, 0, -1, 0}};
+// Of a read that does not tell of its failure.
+constexpr Results kSilent = results(0, 0, 0);
+
+using Lines = std::vector<const char *>;
+const Lines kBridge = {"RB: [%s]"};
+const Lines kRawRead = {"ui2c_rdwr_xfer = %d"};
+const Lines kRepeated = {"%s_retry, %s error loop"};
+const Lines kTimerWrite = {"Retimer_I2CWriteBlockData() failed"};
+const Lines kTimerRead = {"Read data failed!", "DC_I2CReadBlockData() failed"};
+const Lines kTimerFront = {"I2C write failed", "tclient.bus 0x%x", "datalen %d;"};
+const Lines kPangoRead = {"Read data failed!", "i2c read failed !"};
+const Lines kPangoWrite = {"ei2c_rdwr_xfer failed", "I2C Write failed !"};
+
+Lines operator+(Lines first, const Lines &second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+constexpr Family kLocked = Family::locked;
+constexpr Family kStraight = Family::straight;
+constexpr uint32_t kHeldPath = kHolds | kKeepsPath;
+
+} // namespace
+
+#define CALL(expression) [] { return expression; }
+
+const std::vector<Row> kRows = {
+    // Registry.
+    {"ui2c_to_client", Family::lookup, &far_away, results(1, 0), 0,
+     CALL(ui2c_to_client(4, 0x22, 0x00700071, 0) != nullptr ? 1 : 0)},
+    {"ui2c_to_adapter", kStraight, nullptr, results(1, 0), 0,
+     CALL(ui2c_to_adapter(4) != nullptr ? 1 : 0)},
+    {"ui2c_to_switch", kStraight, &middle, results(1, 0), 0,
+     CALL(ui2c_to_switch(adapter, 0x70, 0) != nullptr ? 1 : 0), 0, {}, find_adapter},
+
+    // Bus lock and owner.
+    {"ui2c_adapter_fd", kStraight, nullptr, results(-2, -1, -1), 0,
+     CALL(ui2c_adapter_fd(adapter) >= 0 ? -2 : -1), 0, {}, find_adapter},
+    {"ipc_lock_adapter", kStraight, nullptr, results(0, -1, -1), 0, CALL(ipc_lock_adapter(adapter)),
+     kHoldsSemaphore, {}, find_adapter, [] { (void)ipc_unlock_adapter(0); }},
+    {"ipc_unlock_adapter", kStraight, nullptr, results(0), 0, CALL(ipc_unlock_adapter(semid)), 0,
+     {}, take_semaphore},
+    {"exclusive_file_lock", kStraight, nullptr, results(0), 0, CALL(exclusive_file_lock(fd)),
+     kHoldsFile, {}, open_file, [] { (void)surrender_i2c_access(fd); }},
+    {"surrender_i2c_access", kStraight, nullptr, results(0), 0, CALL(surrender_i2c_access(fd)), 0,
+     {}, take_file_lock},
+    {"getPidOfI2CAccess", kStraight, nullptr, results(0), 0, CALL(getPidOfI2CAccess(adapter)),
+     kNoResult, {}, find_adapter},
+
+    // Raw transfers and switches.
+    {"ui2c_rdwr_xfer", kStraight, nullptr, results(1), 4, [] {
+         i2c_msg message = {0x60, I2C_M_RD, 4, window};
+         return ui2c_rdwr_xfer(adapter, 0x60, &message, 1);
+     }, kRaw, {}, find_adapter},
+    {"ui2c_raw_read_byte", kStraight, nullptr, results(1), 1,
+     CALL(ui2c_raw_read_byte(adapter, 0x60, window)), 0, kRawRead, find_adapter},
+    {"ui2c_raw_write_byte", kStraight, nullptr, results(1), 0,
+     CALL(ui2c_raw_write_byte(adapter, 0x60, 0x10)), 0, {}, find_adapter},
+    {"ui2c_smbus_xfer", kStraight, nullptr, results(0), 256,
+     CALL(ui2c_smbus_xfer(adapter, 0x60, 0, 1, 0x10, 2, area())), kRaw, {}, find_adapter},
+    {"ui2c_swi_select", kStraight, nullptr, results(1), 0, CALL(ui2c_swi_select(swi, 5)),
+     kKeepsPath, {}, find_switch, [] { (void)ui2c_swi_deselect(swi, 5); }},
+    {"ui2c_swi_deselect", kStraight, nullptr, results(1), 0, CALL(ui2c_swi_deselect(swi, 5)), 0, {},
+     find_switch},
+    {"ui2c_swi_status", kStraight, nullptr, results(1), 1, CALL(ui2c_swi_status(swi, window)), 0,
+     kRawRead, find_switch},
+    {"SelectSwitch", Family::open_path, &far_away, results(0), 0, CALL(SelectSwitch(&far_away)),
+     kKeepsPath, {}, nullptr, [] { (void)DeselectSwitch(&far_away); }},
+    {"DeselectSwitch", Family::close_path, &far_away, results(1), 0,
+     CALL(DeselectSwitch(&far_away)), 0, {}, [] { (void)SelectSwitch(&far_away); }},
+    {"readSwitchStatus", kStraight, &middle, results(1), 1, CALL(readSwitchStatus(&middle, window)),
+     0, {"?ui2c_rdwr_xfer = %d"}},
+
+    // Locked transfers, at each depth.
+    {"ei2c_rdwr_xfer", kLocked, &plain, results(2), 4, CALL(transfer(plain, ei2c_rdwr_xfer)), kRaw},
+    {"ei2c_rdwr_xfer", kLocked, &middle, results(2), 4, CALL(transfer(middle, ei2c_rdwr_xfer)),
+     kRaw},
+    {"ei2c_rdwr_xfer", kLocked, &far_away, results(2), 4, CALL(transfer(far_away, ei2c_rdwr_xfer)),
+     kRaw},
+    {"ei2c_rdwr_mxfer", kLocked, &far_away, results(2), 4, CALL(transfer_pair(far_away)), kRaw},
+    {"ei2c_rdwr_xfer_without_retry", Family::once, &far_away, results(2), 4,
+     CALL(transfer(far_away, ei2c_rdwr_xfer_without_retry)), kRaw},
+    {"ei2c_smbus_xfer", kLocked, &plain, results(0), 256, CALL(transact(plain, ei2c_smbus_xfer)),
+     kRaw},
+    {"ei2c_smbus_xfer", kLocked, &far_away, results(0), 256,
+     CALL(transact(far_away, ei2c_smbus_xfer)), kRaw},
+    {"ei2c_smbus_xfer_wtrd", kStraight, &plain, results(0), 260,
+     CALL(ei2c_smbus_xfer_wtrd(&plain, 0, 1, 0x10, 2, area(), nullptr, out<uint32_t>(256), 0)),
+     kRaw},
+    {"qel_ei2c_smbus_xfer_read", Family::response, &plain, results(5), 12,
+     CALL(qel_ei2c_smbus_xfer_read(&plain, 0, window, out<uint32_t>(8))), kRaw},
+
+    // Holds.
+    {"ei2c_smbus_lock_adapter", Family::hold, &middle, kHold, 8,
+     CALL(ei2c_smbus_lock_adapter(&middle, out<int32_t>(), out<int32_t>(4))), kHolds, {}, nullptr,
+     release<middle>},
+    {"ei2c_smbus_unlock_adapter", Family::let_go, &middle, results(0), 0,
+     CALL(ei2c_smbus_unlock_adapter(&middle, fd, semid)), 0, {}, take_bus<middle>},
+    {"ei2c_smbus_select_switch", Family::hold_path, &far_away, kHoldPath, 8,
+     CALL(ei2c_smbus_select_switch(&far_away, out<int32_t>(), out<int32_t>(4))), kHeldPath, {},
+     nullptr, release<far_away>},
+    {"ei2c_smbus_deselect_switch", Family::let_go_path, &far_away, results(0), 0,
+     CALL(ei2c_smbus_deselect_switch(&far_away, fd, semid)), 0, {}, open_bus<far_away>},
+    {"ei2c_smbus_xfer_without_lock", Family::unlocked, &far_away, results(0), 256,
+     CALL(transact(far_away, ei2c_smbus_xfer_without_lock)), kRaw},
+    {"lockAndSelectBridge_Ridgeback", Family::bridge, &far_away, results(0, -1, -1), 8,
+     CALL(lockAndSelectBridge_Ridgeback(&far_away, out<int32_t>(), out<int32_t>(4))),
+     kHeldPath | kRaw, kBridge, nullptr, release_bridge<far_away>},
+    {"unlockAndDeselectBridge_Ridgeback", Family::bridge_end, &far_away, results(0), 0,
+     CALL(unlockAndDeselectBridge_Ridgeback(&far_away, &semid, &fd)), 0, kBridge,
+     take_bridge<far_away>},
+
+    // SMBus commands.
+    {"ei2c_smbus_read_byte", kLocked, &middle, results(0), 1,
+     CALL(ei2c_smbus_read_byte(&middle, window))},
+    {"ei2c_smbus_write_byte", kLocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_byte(&middle, 0x5A))},
+    {"ei2c_smbus_read_byte_data", kLocked, &middle, results(0), 1,
+     CALL(ei2c_smbus_read_byte_data(&middle, 0x10, window))},
+    {"ei2c_smbus_write_byte_data", kLocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_byte_data(&middle, 0x10, 4))},
+    {"ei2c_smbus_read_word_data", kLocked, &middle, results(0), 2,
+     CALL(ei2c_smbus_read_word_data(&middle, 0x10, out<uint16_t>()))},
+    {"ei2c_smbus_write_word_data", kLocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_word_data(&middle, 0x10, 0x0404))},
+    {"ei2c_smbus_read_block_data", kLocked, &middle, results(0), 5,
+     CALL(ei2c_smbus_read_block_data(&middle, 0x10, window + 4, window))},
+    {"qel_ei2c_smbus_read_block_data", kLocked, &middle, results(0), 4,
+     CALL(qel_ei2c_smbus_read_block_data(&middle, 0x10, 3, window))},
+    {"ei2c_smbus_write_block_data", kLocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_block_data(&middle, 0x40, 4, bytes))},
+    {"ei2c_smbus_wtrd_block_data", Family::response, &plain, results(5), 12,
+     CALL(ei2c_smbus_wtrd_block_data(&plain, 0, 0x40, 4, bytes, window, out<uint32_t>(8), 0)),
+     kRaw},
+    {"ei2c_smbus_read_block_proc_call_data", kLocked, &middle, results(0), 5,
+     CALL(ei2c_smbus_read_block_proc_call_data(&middle, 0x40, bytes, 2, window, window + 4))},
+    {"qel_ei2c_smbus_mctp_read_block_data", Family::response, &plain, results(5), 12,
+     CALL(qel_ei2c_smbus_mctp_read_block_data(&plain, 0, window, out<uint32_t>(8))), kRaw},
+    {"ei2c_smbus_read_i2c_block_data", kLocked, &middle, results(2), 4,
+     CALL(ei2c_smbus_read_i2c_block_data(&middle, 1, bytes, 4, window))},
+    {"ei2c_smbus_write_i2c_block_data", kLocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_i2c_block_data(&middle, 0x40, 4, bytes))},
+    {"ei2c_smbus_read_byte_data_without_lock", Family::unlocked, &middle, results(0), 1,
+     CALL(ei2c_smbus_read_byte_data_without_lock(&middle, 0x10, window))},
+    {"ei2c_smbus_write_byte_data_without_lock", Family::unlocked, &middle, results(0), 0,
+     CALL(ei2c_smbus_write_byte_data_without_lock(&middle, 0x10, 4))},
+
+    // Offsets and EEPROMs; without memory the first two give 0.
+    {"i2cRead", kLocked, &middle, results(2, -1, QELI2C_NO_DEVICE_FILE, 0), 4,
+     CALL(i2cRead(&middle, 4, window, 1, 0x10))},
+    {"i2cWrite", kLocked, &middle, results(1, -1, QELI2C_NO_DEVICE_FILE, 0), 0,
+     CALL(i2cWrite(&middle, 4, bytes, 1, 0x40))},
+    {"ee_eeprom_page_write", kLocked, &store, results(2), 0,
+     CALL(ee_eeprom_page_write(&store, 30, bytes, 6))},
+    {"ee_eeprom_page_read", kLocked, &store, results(2), 2,
+     CALL(ee_eeprom_page_read(&store, 30, window, 6)), kRaw},
+    {"eeprom_write", kLocked, &store, {{6, -1, QELI2C_NO_DEVICE_FILE, 0, -1, -1, -1, -1, 0, 2, 6}}, 0,
+     CALL(eeprom_write(&store, 30, bytes, 6)), kPages},
+    {"eeprom_read", kLocked, &store, {{6, -1, QELI2C_NO_DEVICE_FILE, 0, -1, -1, -1, -1, 0, 2, 6}}, 6,
+     CALL(eeprom_read(&store, 30, window, 6)), kPages | kRaw},
+    {"ei2c_eeprom_write", kLocked, &store, results(6), 0,
+     CALL(ei2c_eeprom_write(&store, 0, bytes, 6))},
+    {"ei2c_eeprom_read", kLocked, &store, results(6), 6,
+     CALL(ei2c_eeprom_read(&store, 0, window, 6)), kRaw},
+    {"ei2c_eeprom_write_retry", kLocked, &store, results(6), 0,
+     CALL(ei2c_eeprom_write_retry(&store, 0, bytes, 6)), kRepeats, kRepeated},
+    {"ei2c_eeprom_read_retry", kLocked, &store, results(6), 6,
+     CALL(ei2c_eeprom_read_retry(&store, 0, window, 6)), kRepeats | kRaw, kRepeated},
+    {"ee_eeprom_semid", kStraight, nullptr, results(0, -1, -1, -1, -1), 0, CALL(ee_eeprom_semid())},
+    {"ee_lock_eeprom", kStraight, nullptr, results(0, -1, -1, -1, -1), 0, CALL(ee_lock_eeprom()),
+     kHoldsEeprom, {}, nullptr, [] { (void)ee_unlock_eeprom(); }},
+    {"ee_unlock_eeprom", kStraight, nullptr, results(0), 0, CALL(ee_unlock_eeprom()), 0, {},
+     [] { (void)ee_lock_eeprom(); }},
+    {"i2c_bus_status_check", kStraight, nullptr, results(0), 1,
+     CALL(i2c_bus_status_check(4, window))},
+
+    // Expanders: up to four accesses, of which each must succeed.
+    {"pca9535_gpio_direction_input", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_direction_input(&io, 3))},
+    {"pca9535_gpio_direction_output", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_direction_output(&io, 3, 1))},
+    {"pca9535_gpio_get_value", kLocked, &io, kSilent, 4,
+     CALL(pca9535_gpio_get_value(&io, 9, out<uint32_t>()))},
+    {"pca9535_gpio_set_value", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_set_value(&io, 3, 1))},
+    {"pca9535_gpio_word_direction_input", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_word_direction_input(&io, 3))},
+    {"pca9535_gpio_word_direction_output", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_word_direction_output(&io, 3, 1))},
+    {"pca9535_gpio_word_get_value", kLocked, &io, results(0), 4,
+     CALL(pca9535_gpio_word_get_value(&io, 0x0F, out<uint32_t>()))},
+    {"pca9535_gpio_word_set_value", kLocked, &io, results(0), 0,
+     CALL(pca9535_gpio_word_set_value(&io, 3, 1))},
+    {"pca9535_gpio_word_get_output_value", kLocked, &io, kSilent, 4,
+     CALL(pca9535_gpio_word_get_output_value(&io, 0x0F, out<uint32_t>()))},
+    {"ei2c_pca9535_get_word_value", kLocked, &io, results(0), 4,
+     CALL(ei2c_pca9535_get_word_value(&io, 0x0F, out<uint32_t>()))},
+    {"ei2c_pca9535_set_word_value", kLocked, &io, results(0), 0,
+     CALL(ei2c_pca9535_set_word_value(&io, 3, 1))},
+    {"ei2c_pca9535_get_value", kLocked, &io,
+     {{0, -1, QELI2C_NO_DEVICE_FILE, -1, -1, -1, -1, -1, 0, 0, 0}}, 4,
+     CALL(ei2c_pca9535_get_value(&io, 9, out<uint32_t>())), kLastSilent},
+    {"ei2c_pca9535_set_value", kLocked, &io, results(0), 0,
+     CALL(ei2c_pca9535_set_value(&io, 3, 1))},
+    {"ei2c_pca9535_get_output_value", kLocked, &io, kSilent, 4,
+     CALL(ei2c_pca9535_get_output_value(&io, 3, out<uint32_t>()))},
+    {"pca9554_gpio_direction_input", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_direction_input(&leds, 3))},
+    {"pca9554_gpio_direction_output", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_direction_output(&leds, 3, 1))},
+    {"pca9554_gpio_get_value", kLocked, &leds, kSilent, 4,
+     CALL(pca9554_gpio_get_value(&leds, 7, out<uint32_t>()))},
+    {"pca9554_gpio_set_value", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_set_value(&leds, 3, 1))},
+    {"pca9554_gpio_byte_direction_input", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_byte_direction_input(&leds, 3))},
+    {"pca9554_gpio_byte_direction_output", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_byte_direction_output(&leds, 3, 1))},
+    {"pca9554_gpio_byte_get_value", kLocked, &leds, kSilent, 1,
+     CALL(pca9554_gpio_byte_get_value(&leds, 0x0F, window))},
+    {"pca9554_gpio_byte_set_value", kLocked, &leds, results(0), 0,
+     CALL(pca9554_gpio_byte_set_value(&leds, 3, 1))},
+
+    // Monitors.
+    {"TPA626_GetPower", kLocked, &monitor, results(0, -1, -1), 4,
+     CALL(TPA626_GetPower(&monitor, 1, out<float>())), kLastCounts},
+    {"TPA626_GetVolt", kLocked, &monitor, results(0, -1, -1), 4,
+     CALL(TPA626_GetVolt(&monitor, out<float>()))},
+    {"TPA626_GetPowerByInfo", kLocked, &monitor, results(0, -1, -1), 4,
+     CALL(TPA626_GetPowerByInfo(&described, out<float>()))},
+    {"TPA626_GetVoltByInfo", kLocked, &monitor, results(0, -1, -1), 4,
+     CALL(TPA626_GetVoltByInfo(&described, out<float>()))},
+
+    // Retimers.
+    {"Retimer_I2CWriteBlockData", kLocked, &timer, results(0, -1, -1), 0,
+     CALL(Retimer_I2CWriteBlockData(&timer, 5, bytes)), 0, kTimerWrite},
+    {"Retimer_I2CReadBlockData", kLocked, &timer, results(0, -1, -1), 4,
+     CALL(Retimer_I2CReadBlockData(&timer, 0x10, 4, window)), 0, kTimerRead},
+    {"Retimer_I2CWrite", kLocked, &timer, results(0, -1, -1), 0,
+     CALL(Retimer_I2CWrite(&timer_bytes, 5, bytes)), 0, kTimerWrite + kTimerFront},
+    {"Retimer_I2CRead", kLocked, &timer, results(0, -1, -1), 4,
+     CALL(Retimer_I2CRead(&timer_bytes, 4, window)), 0, kTimerRead + kTimerFront},
+
+    // Board logic.
+    {"i2c_read_multi_para", kLocked, &middle, results(0, -1, -1), 4,
+     CALL(i2c_read_multi_para(&middle, 0x10, 1, 4, window)), kRaw,
+     {"Read data failed!", "I2ReaMultPara failed"}},
+    {"i2c_write_multi_para", kLocked, &middle, results(0, -1, -1), 0,
+     CALL(i2c_write_multi_para(&middle, 0x40, 1, 4, bytes)), 0,
+     {"DC_I2CWriteMultiPara() failed"}},
+    {"i2c_write_and_read_multi_para", kLocked, &middle, results(0, -1, -1), 4,
+     [] {
+         static const uint32_t offsets[2] = {0x40, 0x10};
+         static const uint32_t lengths[2] = {2, 4};
+         return i2c_write_and_read_multi_para(&middle, offsets, 1, lengths, bytes, window);
+     },
+     kRaw, {"i2c_write_and_read_multi_para() failed"}},
+    {"pango_i2c_read_multi_para", kLocked, &middle, results(0, -1, -1), 4,
+     CALL(pango_i2c_read_multi_para(&middle, 0x10, 0, 0, 4, window)), kRaw, kPangoRead},
+    {"pango_i2c_write_multi_para", kLocked, &middle, results(0, -1, -1), 0,
+     CALL(pango_i2c_write_multi_para(&middle, 0x40, 0x11, 1, 3, bytes)), 0, kPangoWrite},
+    {"pango_i2c_write_or_read_with_nack", Family::once, &middle, results(0, 0, 0), 0,
+     CALL(pango_i2c_write_or_read_with_nack(&middle, 0x40, 0x11, 1, 1))},
+    {"epld_i2c_read_deviceId", kLocked, &ef2, results(3, -1, -1), 4,
+     CALL(epld_i2c_read_deviceId(&ef2, window)), kRaw | kProbes},
+    {"epld_anlogic_read_deviceId", kLocked, &ef2, results(0, -1, -1), 4,
+     CALL(epld_anlogic_read_deviceId(&ef2, window)), kRaw | kProbes},
+    {"epld_anlogic_ef2_read_deviceId", kLocked, &ef2, results(0, -1, -1), 4,
+     CALL(epld_anlogic_ef2_read_deviceId(&ef2, window)), kRaw | kProbes},
+    {"epld_anlogic_ef3_read_deviceId", kLocked, &ef3, results(0, -1, -1), 4,
+     CALL(epld_anlogic_ef3_read_deviceId(&ef3, window)), kRaw,
+     kPangoRead + Lines{"pango_i2c_read_multi_para Function failed", "bus %d,addr 0x%x",
+                        "Anlogic_ReadEpldCfg failed "}},
+    {"epld_lattice_read_deviceId", kLocked, &lattice, results(0, -1, -1), 4,
+     CALL(epld_lattice_read_deviceId(&lattice, window)), kRaw,
+     {"Read data failed!", "I2ReaMultPara failed", "bus %d,addr 0x%x", "i2cRead failed"}},
+    {"epld_pango_read_deviceId", kLocked, &pango, results(0, -1, -1), 4,
+     CALL(epld_pango_read_deviceId(&pango, window)), kRaw | kProbes},
+    {"epld_card_epld_read", kLocked, &card, results(0, -1, -1), 4,
+     CALL(epld_card_epld_read(&card, 0, window, 4)), kRaw},
+
+    // Nothing in these can fail.
+    {"card_epld_read", kStraight, nullptr, results(-1), 0, CALL(card_epld_read())},
+    {"card_epld_cnt", kStraight, nullptr, results(0), 0, CALL(static_cast<int32_t>(card_epld_cnt()))},
+    {"card_epld_dev", kStraight, nullptr, results(0), 0, CALL(card_epld_dev(0) == nullptr ? 0 : 1)},
+    {"BytesToDword", kStraight, nullptr, results(0x10010203), 0,
+     CALL(static_cast<int32_t>(BytesToDword(bytes)))},
+    {"reverseArray", kStraight, nullptr, results(0), 4, [] {
+         for (uint8_t i = 0; i < 4; ++i)
+             window[i] = i;
+         reverseArray(window, 4);
+         return 0;
+     }, kRaw},
+};
+
+} // namespace faults

@@ -1,0 +1,394 @@
+// Every exported call with each fallible thing it does failing: that one alone, with all later ones
+// of its kind, and with everything later; in a process that has just started and in one that has
+// used the bus before. The same promises are checked each time (fault_rules.h).
+//
+// A failure names call, kind, number and mode. To repeat one point alone:
+//
+//     QELI2C_FAULT_POINT=cold:17:later reliability_faults --gtest_filter='*/ei2c_rdwr_xfer_*'
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <set>
+#include <sys/mman.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "fault_rules.h"
+#include "figures.h"
+#include "simboard/testing.h"
+
+namespace
+{
+
+using namespace faults;
+using simboard::testing::Board;
+
+constexpr char kDescription[] = R"({
+  "name": "failures",
+  "buses": [ { "bus": 4, "devices": [
+    { "name": "plain", "type": "registers", "address": "0x60", "pattern": "04" },
+    { "name": "io", "type": "pca9535", "address": "0x23" },
+    { "name": "leds", "type": "pca9554", "address": "0x24" },
+    { "name": "monitor", "type": "tpa626", "address": "0x44" },
+    { "name": "upstream", "type": "pca9548", "address": "0x70", "channels": { "5": [
+      { "name": "middle", "type": "registers", "address": "0x21", "pattern": "04" },
+      { "name": "retimer", "type": "retimer", "address": "0x18", "pattern": "01 02 03" },
+      { "name": "store", "type": "at24c512", "address": "0x50", "busy_after_write": false },
+      { "name": "lattice", "type": "epld-lattice", "address": "0x40" },
+      { "name": "pango", "type": "epld-pango", "address": "0x41" },
+      { "name": "ef2", "type": "epld-anlogic-ef2", "address": "0x42" },
+      { "name": "ef3", "type": "epld-anlogic-ef3", "address": "0x43" },
+      { "name": "card", "type": "epld-subcard", "address": "0x31", "pattern": "05 06" },
+      { "name": "near", "type": "pca9548", "address": "0x71", "channels": { "3": [
+        { "name": "far", "type": "registers", "address": "0x22", "pattern": "04" } ] } }
+    ] } } ] } ]
+})";
+
+constexpr int kPatience = 20000; // milliseconds
+constexpr size_t kGuard = 32;
+constexpr uint8_t kUntouched = 0xEE;
+
+// What a child tells: the run with the fault, and the same call again without it.
+struct Report {
+    Trace run;
+    Trace again;
+    uint8_t area[kGuard + kWindow + kGuard];
+    const void *first_mutex;
+};
+
+// The child's ends of two pipes: it says when a run is over, and waits to be told to go on.
+struct Steps {
+    int over[2];
+    int go[2];
+};
+
+uint64_t points_met = 0;
+
+Board &board()
+{
+    static Board one(kDescription);
+    return one;
+}
+
+void make_call(const Row &row, Report &report, Trace &run, const Plan &plan)
+{
+    if (row.before != nullptr)
+        row.before();
+    std::memset(report.area, kUntouched, sizeof(report.area));
+    record(run, plan);
+    errno = 0;
+    run.result = row.call();
+    run.error = errno;
+    stop();
+    std::memcpy(run.window, window, kWindow);
+    for (size_t i = 0; i < sizeof(report.area); ++i) {
+        const bool inside = i >= kGuard && i < kGuard + row.written;
+        if (!inside && report.area[i] != kUntouched)
+            std::snprintf(run.wrong, sizeof(run.wrong), "wrote beyond its buffer");
+    }
+}
+
+// The process under test. It does the call with the fault, and a second time without.
+[[noreturn]] void child(const Row &row, bool warm, const Plan &plan, Report &report, Steps &steps)
+{
+    window = report.area + kGuard;
+    if (warm) {
+        make_call(row, report, report.again, {});
+        if (row.after != nullptr)
+            row.after();
+    }
+    make_call(row, report, report.run, plan);
+    char byte = 0;
+    (void)!write(steps.over[1], &byte, 1);
+    (void)!read(steps.go[0], &byte, 1);
+    const bool holds =
+        report.run.bus_semaphore + report.run.file_lock + report.run.eeprom_semaphore != 0;
+    if (holds && row.after != nullptr)
+        row.after();
+    make_call(row, report, report.again, {});
+    if (row.after != nullptr)
+        row.after();
+    _exit(0);
+}
+
+// What another process sees of the bus's locks.
+struct Locks {
+    int semaphore;
+    int eeprom;
+    int file;
+};
+
+Locks look_at_locks()
+{
+    static const int fd = open("/dev/i2c-4", O_RDWR | O_CLOEXEC);
+    Locks locks = {};
+    for (const auto &[key, value] :
+         {std::pair{0x3064, &locks.semaphore}, {0x3001, &locks.eeprom}}) {
+        const int set = semget(key, 1, 0600);
+        *value = set < 0 ? 0 : semctl(set, 0, GETVAL);
+    }
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    EXPECT_EQ(fcntl(fd, F_GETLK, &lock), 0);
+    locks.file = lock.l_type == F_UNLCK ? 0 : 1;
+    return locks;
+}
+
+class FaultPoints : public testing::TestWithParam<size_t>
+{
+protected:
+    const Row &row() const { return kRows[GetParam()]; }
+
+    static void SetUpTestSuite()
+    {
+        report_ = static_cast<Report *>(mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE,
+                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        (void)board();
+        (void)look_at_locks();
+        install_hooks();
+        // A lookup takes the registry's mutex and no other.
+        const pid_t pid = fork();
+        if (pid == 0) {
+            (void)ui2c_to_client(4, 0x60, 0, 0);
+            report_->first_mutex = last_mutex();
+            _exit(0);
+        }
+        waitpid(pid, nullptr, 0);
+        registry_mutex = report_->first_mutex;
+    }
+
+    // Runs one child; false when it did not end by itself. Between its two calls the locks and
+    // switches are looked at.
+    bool meet(bool warm, const Plan &plan)
+    {
+        board().reset();
+        std::memset(report_, 0, offsetof(Report, run.window));
+        Steps steps = {};
+        EXPECT_EQ(pipe(steps.over) | pipe(steps.go), 0);
+        const pid_t pid = fork();
+        if (pid == 0)
+            child(row(), warm, plan, *report_, steps);
+        char byte = 0;
+        const auto over = [&] {
+            pollfd end = {steps.over[0], POLLIN, 0};
+            close(steps.over[1]);
+            return poll(&end, 1, kPatience) == 1 && read(steps.over[0], &byte, 1) == 1;
+        };
+        const bool met = over();
+        locks_ = look_at_locks();
+        near_ = board().peek("near");
+        upstream_ = board().peek("upstream");
+        wrongs_ = board().wrongs();
+        if (!met)
+            kill(pid, SIGKILL);
+        (void)!write(steps.go[1], &byte, 1);
+        pollfd end = {steps.over[0], POLLIN, 0};
+        if (poll(&end, 1, kPatience) != 1)
+            kill(pid, SIGKILL);
+        int status = -1;
+        waitpid(pid, &status, 0);
+        for (const int fd : {steps.over[0], steps.go[0], steps.go[1]})
+            close(fd);
+        return met && status == 0;
+    }
+
+    // What holds whatever failed.
+    void check_always(const Trace &run, bool held)
+    {
+        EXPECT_STREQ(run.wrong, "");
+        EXPECT_EQ(run.buffers, 0) << "memory not given back";
+        EXPECT_EQ(run.mutexes, 0) << "mutexes kept";
+        EXPECT_EQ(run.other_files, 0) << "files left open";
+        EXPECT_LE(run.device_files, 1);
+        EXPECT_LE(run.mappings, 1);
+        const uint32_t flags = held ? row().flags : 0;
+        EXPECT_EQ(run.bus_semaphore, (flags & (kHolds | kHoldsSemaphore)) != 0 ? 1 : 0);
+        EXPECT_EQ(run.file_lock, (flags & (kHolds | kHoldsFile)) != 0 ? 1 : 0);
+    }
+
+    void check_lines(const Trace &run, const Point &point, const Plan &plan, Outcome outcome)
+    {
+        std::string text;
+        for (uint32_t i = 0; i < run.lines; ++i) {
+            EXPECT_TRUE(accounted_for(row(), run.line[i], run)) << run.line[i].text;
+            text += run.line[i].level == 135 ? "" : run.line[i].text;
+        }
+        const char *required = required_line(run.call[plan.target], point.site);
+        if (required != nullptr) {
+            EXPECT_NE(text.find(required), std::string::npos) << required << " is missing";
+        }
+        const bool goes_on = (row().flags & (kProbes | kRepeats | kPages)) != 0 ||
+                             row().family == Family::bridge || row().family == Family::bridge_end;
+        const bool unreachable = outcome != ok && outcome != pathless;
+        for (const char *own : row().lines) {
+            if (!goes_on && outcome != no_buffer && *own != '?') {
+                EXPECT_EQ(text.find(own) != std::string::npos, unreachable) << own;
+            }
+        }
+    }
+
+    void check_path(const Point &point, const Plan &plan, bool held)
+    {
+        if (held && (row().flags & kKeepsPath) != 0)
+            return;
+        const bool near_may = may_stay_open(row(), point, plan, report_->run, false);
+        const bool upstream_may = may_stay_open(row(), point, plan, report_->run, true);
+        EXPECT_TRUE(near_ == 0 || near_may) << "near switch left open";
+        EXPECT_TRUE(upstream_ == 0 || upstream_may) << "upstream switch left open";
+        const bool let_go = row().family == Family::bridge && point.site == Site::take_file_lock;
+        if (!near_may && !upstream_may && !let_go) { // the bridge releases what it did not get
+            EXPECT_EQ(wrongs_, "");
+        }
+    }
+
+    void check(const Point &point, const Plan &plan, const Trace &clean)
+    {
+        const Trace &run = report_->run;
+        const Outcome outcome = expected(row(), point, plan.mode);
+        const int32_t result = row().results.of[outcome];
+        if ((row().flags & kNoResult) == 0) {
+            EXPECT_EQ(run.result, result);
+        }
+        const bool held = outcome == ok || outcome == pathless;
+        check_always(run, held);
+        EXPECT_EQ(locks_.semaphore, run.bus_semaphore);
+        EXPECT_EQ(locks_.file, run.file_lock);
+        EXPECT_EQ(locks_.eeprom, run.eeprom_semaphore);
+        const Site site = site_met(point, plan.mode);
+        const bool eeprom = (row().flags & kHoldsEeprom) != 0 && site != Site::eeprom_semaphore &&
+                            site != Site::take_eeprom;
+        EXPECT_EQ(run.eeprom_semaphore, eeprom ? 1 : 0);
+        const bool unchanged = (row().flags & kLastCounts) == 0 || point.behind == 0;
+        if (held && unchanged && (row().flags & kNoResult) == 0) {
+            EXPECT_EQ(std::memcmp(run.window, clean.window, kWindow), 0) << "other data";
+        } else if (!held && (row().flags & kRaw) == 0) {
+            EXPECT_EQ(std::count(run.window, run.window + kWindow, kUntouched), kWindow)
+                << "wrote what it did not read";
+        }
+        const int error = promised_error(row(), run);
+        if (run.result < 0 && error >= 0) {
+            EXPECT_EQ(run.error, error) << "errno is of another request";
+        }
+        check_lines(run, point, plan, outcome);
+        check_path(point, plan, held);
+
+        // The same call again, with nothing failing any more.
+        const Trace &again = report_->again;
+        EXPECT_EQ(again.result, row().results.of[ok]) << "the call after the failure";
+        EXPECT_EQ(std::memcmp(again.window, clean.window, kWindow), 0) << "data after the failure";
+        check_always(again, true);
+        EXPECT_LE(again.records, clean.records + 3) << "records of the failure and of the rest";
+    }
+
+    bool chosen(bool warm, size_t number, const char *mode)
+    {
+        const char *point = std::getenv("QELI2C_FAULT_POINT");
+        const std::string name = (warm ? "warm:" : "cold:") + std::to_string(number) + ":" + mode;
+        return point == nullptr || name == point;
+    }
+
+    void meet_all(bool warm, const Trace &clean)
+    {
+        static const char *const modes[] = {"once", "kind", "later", "timeout"};
+        const std::vector<Point> points = points_of(row(), clean);
+        for (size_t number = 0; number < points.size(); ++number) {
+            for (size_t m = 0; m < 4; ++m) {
+                const bool timeout = m == 3;
+                if ((timeout && clean.call[number].kind != Kind::wait) ||
+                    !chosen(warm, number, modes[m]))
+                    continue;
+                SCOPED_TRACE(std::string(row().name) + " " + name_of(clean.call[number].kind) +
+                             ", point " + (warm ? "warm:" : "cold:") + std::to_string(number) +
+                             ":" + modes[m]);
+                const Plan plan = {static_cast<int>(number),
+                                   timeout ? Mode::kind : static_cast<Mode>(m), timeout};
+                ASSERT_TRUE(meet(warm, plan)) << "hangs or crashes";
+                ASSERT_GT(report_->run.calls, number);
+                EXPECT_EQ(report_->run.call[number].kind, clean.call[number].kind);
+                check(points[number], plan, clean);
+                ++points_met;
+            }
+        }
+    }
+
+    static Report *report_;
+    Locks locks_ = {};
+    uint8_t near_ = 0;
+    uint8_t upstream_ = 0;
+    std::string wrongs_;
+};
+
+Report *FaultPoints::report_ = nullptr;
+
+TEST_P(FaultPoints, KeepWhatIsPromised)
+{
+    uint32_t calls = 0;
+    for (const bool warm : {false, true}) {
+        ASSERT_TRUE(meet(warm, {})) << row().name;
+        static Trace clean;
+        clean = report_->run;
+        EXPECT_EQ(clean.result, row().results.of[ok]) << row().name;
+        check_always(clean, true);
+        const bool speaks = (row().flags & kProbes) != 0 || row().family == Family::bridge_end;
+        for (uint32_t i = 0; i < clean.lines; ++i)
+            EXPECT_TRUE(clean.line[i].level == 135 || speaks) << clean.line[i].text;
+        if (warm && clean.calls == calls)
+            break; // nothing is done at first use alone
+        calls = clean.calls;
+        meet_all(warm, clean);
+    }
+}
+
+std::string name_of_row(const testing::TestParamInfo<size_t> &info)
+{
+    return std::string(kRows[info.param].name) + "_" + std::to_string(info.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, FaultPoints, testing::Range(size_t{0}, kRows.size()), name_of_row);
+
+TEST(FaultTable, HasEveryExportedCall)
+{
+    std::set<std::string> missing;
+    std::ifstream names(QELI2C_EXPORTED_NAMES);
+    for (std::string name; std::getline(names, name);)
+        missing.insert(name);
+    EXPECT_GT(missing.size(), 100U);
+    for (const char *global : {"tpidMap", "mapFlag", "pid", "g_dwEi2cLog"})
+        missing.erase(global);
+    for (const Row &row : kRows)
+        missing.erase(row.name);
+    EXPECT_EQ(missing, std::set<std::string>());
+}
+
+#ifndef __SANITIZE_ADDRESS__
+TEST(FaultTable, KnowsEverythingTheLibraryAsksOthersFor)
+{
+    EXPECT_EQ(unknown_imports(), std::vector<std::string>());
+}
+#endif
+
+// Last of all, by its name.
+class Figures : public testing::Environment
+{
+public:
+    void TearDown() override
+    {
+        if (points_met == 0)
+            return;
+        std::set<std::string> calls;
+        for (const Row &row : kRows)
+            calls.insert(row.name);
+        record_figure("faults.calls", calls.size(), "calls");
+        record_figure("faults.points", points_met, "points");
+    }
+};
+const testing::Environment *const figures = testing::AddGlobalTestEnvironment(new Figures);
+
+} // namespace
