@@ -439,6 +439,7 @@ const char *const kInfallible[] = {
     "__stack_chk_fail",
     "__xpg_strerror_r",
     "getpid",
+    "pthread_setcancelstate",
     "qel_strerror_s",
     "__cxa_finalize",
     "__gmon_start__",
@@ -587,6 +588,10 @@ void record(Trace &into, const Plan &planned)
 void stop()
 {
     recording = false;
+    int cancellation = PTHREAD_CANCEL_ENABLE;
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &cancellation);
+    if (cancellation != PTHREAD_CANCEL_ENABLE)
+        wrong("left the thread's cancellation put off");
     run->bus_semaphore = run->eeprom_semaphore = run->buffers = run->records = 0;
     for (int id = 0; id < 64; ++id)
         (standing.keys[id] == kEepromKey ? run->eeprom_semaphore : run->bus_semaphore) +=
