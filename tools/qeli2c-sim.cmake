@@ -42,7 +42,8 @@ add_executable(qeli2c_sim
 set_target_properties(qeli2c_sim PROPERTIES OUTPUT_NAME qeli2c-sim)
 target_compile_definitions(qeli2c_sim PRIVATE
     QELI2C_VERSION="${PROJECT_VERSION}"
-    QELI2C_LIBRARY_ARCHITECTURE="${CMAKE_LIBRARY_ARCHITECTURE}")
+    QELI2C_PRIVATE_LIBDIR_FROM_BIN="${QELI2C_PRIVATE_LIBDIR_FROM_BIN}"
+    QELI2C_DATADIR_FROM_BIN="${QELI2C_DATADIR_FROM_BIN}")
 target_link_libraries(qeli2c_sim PRIVATE
     simboard_board qeli2c_tool_parts qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp PkgConfig::fuse3)
 # Not linked, but looked for beside the program.

@@ -43,8 +43,7 @@ std::string find_beside(const std::vector<std::string> &relative, const std::str
 std::string find_shim()
 {
     const std::string shim =
-        find_beside({"../lib/libqelsim.so", "../lib/" QELI2C_LIBRARY_ARCHITECTURE "/libqelsim.so",
-                     "../lib/qeli2c/libqelsim.so"},
+        find_beside({QELI2C_PRIVATE_LIBDIR_FROM_BIN "/libqelsim.so", "../lib/libqelsim.so"},
                     "the preload library");
     if (shim.find_first_of(" :") != std::string::npos) {
         throw std::runtime_error(
@@ -71,7 +70,9 @@ std::string find_board_file(const std::string &given)
     if (variable != nullptr && *variable != 0 && !went_with_board(variable)) {
         return variable;
     }
-    return find_beside({"../share/qeli2c/boards/reference.json"}, "the reference board");
+    return find_beside({QELI2C_DATADIR_FROM_BIN "/qeli2c/boards/reference.json",
+                        "../share/qeli2c/boards/reference.json"},
+                       "the reference board");
 }
 
 } // namespace
