@@ -8,6 +8,11 @@ target_compile_options(qeli2c_flags INTERFACE
     -Wcast-align -Wwrite-strings -Werror
     -fno-strict-overflow -fstack-protector-strong)
 
+# Warnings are those of the compiler it is shipped with.
+if(QELI2C_FUZZ)
+    target_compile_options(qeli2c_flags INTERFACE -w)
+endif()
+
 if(QELI2C_SANITIZE)
     target_compile_options(qeli2c_flags INTERFACE
         -fsanitize=${QELI2C_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
