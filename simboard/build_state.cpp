@@ -40,7 +40,7 @@ void describe_surroundings(Chip &chip, const DeviceDescription &device)
         const auto given = device.surroundings.find(stimulus.name);
         const int64_t value =
             given != device.surroundings.end() ? given->second : stimulus.standard;
-        store_number(chip.described + stimulus.offset - kind.stimuli[0].offset, stimulus.size,
+        store_number(chip.described + (stimulus.offset - kind.stimuli[0].offset), stimulus.size,
                      static_cast<uint32_t>(value));
     }
     if (kind.has_pattern) {
@@ -91,7 +91,7 @@ void clear_chip(State &state, Chip &chip)
     for (uint32_t i = 0; i < kind.stimulus_count; i++) {
         const Stimulus &stimulus = kind.stimuli[i];
         std::memcpy(memory + stimulus.offset,
-                    chip.described + stimulus.offset - kind.stimuli[0].offset, stimulus.size);
+                    chip.described + (stimulus.offset - kind.stimuli[0].offset), stimulus.size);
     }
     chip_power_on(memory, chip);
 }
