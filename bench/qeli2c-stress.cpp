@@ -1,6 +1,6 @@
 // qeli2c-stress: load on a board through the library, from many threads of many processes, every
 // byte checked.
-#include "stress.h"
+#include "device_work.h"
 
 #include "tools/qeli2c/failure.h"
 
@@ -11,6 +11,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <initializer_list>
 #include <iostream>
 #include <new>
@@ -77,6 +78,10 @@ Shared *map_shared(uint32_t workers)
 [[noreturn]] void run_child(const Plan &plan, Shared &shared, uint32_t process)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // nobody works on when the parent is gone
+    // Standard output is the report's; the library tells some failures there.
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < plan.threads; i++)
         threads.emplace_back([&plan, &shared, worker = process * plan.threads + i] {
@@ -189,10 +194,9 @@ void complete_plan(Arguments &arguments)
     for (const std::string &text : arguments.devices) {
         plan.devices.push_back(resolve(board, text));
         const tool::Target &target = plan.devices.back();
-        if (!target.type.empty() && target.type != "registers")
-            throw tool::usage_error(
-                to_string(target) + " is of type " + target.type +
-                "; the load overwrites all registers and needs a 'registers' device");
+        if (!bench::work_on(target.type))
+            throw tool::usage_error(to_string(target) + " is of type " + target.type +
+                                    ", which nobody works on");
     }
     if (!bench::window_of(plan, 0))
         throw tool::usage_error("too many workers for " + std::to_string(plan.devices.size()) +
@@ -212,6 +216,9 @@ void add_options(CLI::App &app, Arguments &arguments)
     app.add_option("--kills", arguments.plan.kills,
                    "Kill so many processes within the seconds, and replace each at once");
     app.add_option("--seed", arguments.plan.seed, "Of the kills; 1 when absent");
+    app.add_flag("--mixed", arguments.plan.mixed,
+                 "Registers by SMBus commands, offsets and holds too");
+    app.add_flag("--faulty", arguments.plan.faulty, "Accesses may fail; wrong bytes still may not");
     app.add_option("--device", arguments.devices, "Devices, by path or name")
         ->required()
         ->delimiter(',');
@@ -221,10 +228,12 @@ void add_options(CLI::App &app, Arguments &arguments)
         ->type_name("PERCENT")
         ->check(CLI::Range(0.0, 1e6));
     app.add_flag("--json", arguments.json, "Print the report as JSON");
-    app.footer("The devices have 256 registers with one-byte numbers. They are dealt out to\n"
-               "the workers in turn; each worker writes patterns into registers of its own\n"
-               "and reads them back. Exit status: 0 clean, 1 errors, wrong bytes, shares\n"
-               "that deviate too much or a process that died, 2 wrong usage.");
+    app.footer(
+        "The devices are dealt out to the workers in turn; each writes patterns into\n"
+        "registers, memory or pins of its own and reads them back, in the ways that\n"
+        "go with the type in the board file, else as 256 registers with one-byte\n"
+        "numbers. What was there is lost. Exit status: 0 clean, 1 errors, wrong bytes, shares\n"
+        "that deviate too much or a process that died, 2 wrong usage.");
 }
 
 int stress(Arguments &arguments)

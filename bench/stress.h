@@ -21,6 +21,8 @@ struct Plan {
     double seconds = 0;
     uint32_t kills = 0; // processes killed at random, spread over the seconds, and replaced at once
     uint32_t seed = 1;  // of who is killed and when
+    bool mixed = false; // registers in all ways there are, not by one kind of transfer alone
+    bool faulty = false;               // accesses may fail
     std::vector<tool::Target> devices; // dealt out to the workers in turn
 };
 

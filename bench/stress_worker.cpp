@@ -1,9 +1,8 @@
 // One worker of the load: writes, reads back, compares.
-#include "stress.h"
+#include "device_work.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <ctime>
 
 namespace bench
@@ -12,15 +11,7 @@ namespace bench
 namespace
 {
 
-constexpr uint32_t kLargestWindow = 32;
-
 using Pattern = std::array<uint8_t, 1 + kLargestWindow>; // the register number, then the values
-
-struct Job {
-    ei2c_client client{};
-    Window window;
-    uint32_t number = 0;
-};
 
 bool draw(const Plan &plan, Shared &shared)
 {
@@ -31,32 +22,10 @@ bool draw(const Plan &plan, Shared &shared)
     return monotonic_nanoseconds() < shared.deadline.load(std::memory_order_relaxed);
 }
 
-// Every byte depends on the worker and on the sequence number, so that another worker's or an older
-// byte is seen.
-uint8_t pattern_byte(uint32_t worker, uint64_t sequence, uint32_t position)
-{
-    uint64_t mixed = (static_cast<uint64_t>(worker) << 48) ^ (sequence << 8) ^ position;
-    mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9ULL; // the finaliser of splitmix64
-    mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebULL;
-    return static_cast<uint8_t>(mixed >> 56);
-}
-
 bool timed_transfer(const Job &job, i2c_msg *messages, uint32_t count, Worker &result)
 {
-    const int64_t start = monotonic_nanoseconds();
-    errno = 0;
-    const int32_t done = ei2c_rdwr_xfer(&job.client, messages, count);
-    const int error = errno;
-    record(result.waits, static_cast<uint64_t>(monotonic_nanoseconds() - start));
-    if (done == static_cast<int32_t>(count)) {
-        result.transfers.fetch_add(1, std::memory_order_relaxed);
-        return true;
-    }
-    if (result.errors.fetch_add(1, std::memory_order_relaxed) == 0) {
-        result.first_result = done;
-        result.first_errno = error;
-    }
-    return false;
+    return attempt(result, static_cast<int32_t>(count),
+                   [&] { return ei2c_rdwr_xfer(&job.client, messages, count); });
 }
 
 Pattern make_pattern(const Job &job, uint64_t sequence)
@@ -85,11 +54,8 @@ void compare(const Job &job, const Pattern &pattern,
              const std::array<uint8_t, kLargestWindow> &values, Worker &result)
 {
     for (uint32_t i = 0; i < job.window.size; i++) {
-        if (values[i] == pattern[1 + i])
-            continue;
-        if (result.wrong_bytes.fetch_add(1, std::memory_order_relaxed) == 0)
-            result.first_wrong = (job.window.first + i) << 16 |
-                                 static_cast<uint32_t>(pattern[1 + i]) << 8 | values[i];
+        if (values[i] != pattern[1 + i])
+            note_wrong_byte(result, job.window.first + i, pattern[1 + i], values[i]);
     }
 }
 
@@ -107,6 +73,31 @@ uint64_t check_inheritance(const Job &job, Worker &result)
         return sequence;
     compare(job, make_pattern(job, sequence - 1), values, result);
     return sequence - 1;
+}
+
+// By one kind of transfer alone: the shares of the workers can be compared.
+void fill_registers(const Plan &plan, Shared &shared, const Job &job, Worker &result)
+{
+    uint64_t sequence = check_inheritance(job, result);
+    while (draw(plan, shared)) {
+        result.sequence = ++sequence;
+        Pattern pattern = make_pattern(job, sequence);
+        std::array<uint8_t, kLargestWindow> values{};
+        if (write_pattern(job, pattern, result) && draw(plan, shared) &&
+            read_window(job, values, result))
+            compare(job, pattern, values, result);
+    }
+}
+
+void do_rounds(const Plan &plan, Shared &shared, const Job &job, Work work, Worker &result)
+{
+    uint64_t done = result.transfers;
+    while (draw(plan, shared)) {
+        work(job, result.sequence.fetch_add(1), result);
+        const uint64_t now = result.transfers;
+        shared.drawn.fetch_add(now > done ? now - done - 1 : 0, std::memory_order_relaxed);
+        done = now;
+    }
 }
 
 } // namespace
@@ -132,17 +123,16 @@ std::optional<Window> window_of(const Plan &plan, uint32_t worker)
 void work(const Plan &plan, Shared &shared, uint32_t worker)
 {
     Worker &result = shared.workers[worker];
-    const Job job{to_client(plan.devices[worker % plan.devices.size()].path),
-                  *window_of(plan, worker), worker};
-    uint64_t sequence = check_inheritance(job, result);
-    while (draw(plan, shared)) {
-        result.sequence = ++sequence;
-        Pattern pattern = make_pattern(job, sequence);
-        std::array<uint8_t, kLargestWindow> values{};
-        if (write_pattern(job, pattern, result) && draw(plan, shared) &&
-            read_window(job, values, result))
-            compare(job, pattern, values, result);
-    }
+    const auto devices = static_cast<uint32_t>(plan.devices.size());
+    const uint32_t first = worker % devices; // of the device's workers
+    const tool::Target &device = plan.devices[first];
+    const bool alone = first + devices >= plan.processes * plan.threads;
+    const Job job{to_client(device.path), *window_of(plan, worker), worker, alone, plan.faulty};
+    const Work rounds = work_on(device.type);
+    if (rounds == work_on("registers") && !plan.mixed)
+        fill_registers(plan, shared, job, result);
+    else
+        do_rounds(plan, shared, job, rounds, result);
 }
 
 } // namespace bench

@@ -24,7 +24,7 @@ TEST(Stress, RefusesWrongUsage)
         {"--device id-registers --transfers 1 --seconds 1", "either --transfers or --seconds"},
         {"--device id-registers,nothing --transfers 1", "no device named 'nothing'"},
         {"--device id-registers --transfers 1 --kills 1", "spread over --seconds"},
-        {"--device id-eeprom --transfers 1", "is of type at24c512"},
+        {"--device sw-main --transfers 1", "is of type pca9548"},
         {"--device id-registers --transfers 1 --processes 13 --threads 5", "too many workers"},
     };
     for (const auto &row : rows) {
