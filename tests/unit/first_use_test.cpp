@@ -44,33 +44,6 @@ auto count(const std::vector<std::string> &events, const Event &event)
     return std::count(events.begin(), events.end(), event.text);
 }
 
-TEST(FirstUse, OfABusTakesItOnceFromEachThreadAndCreatesEverythingOnce)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto run = [] {
-        std::vector<int32_t> results;
-        const auto events = race(results, {}, [](int) {
-            ui2c_adapter *adapter = ui2c_to_client(11, 0x50, 0, 0)->adapter;
-            const int fd = ui2c_adapter_fd(adapter);
-            const int semaphore = ipc_lock_adapter(adapter);
-            getPidOfI2CAccess(adapter);
-            ipc_unlock_adapter(semaphore);
-            return fd == fd_of(11) ? semaphore : -1;
-        });
-        EXPECT_EQ(results, std::vector<int32_t>(thread_count, semaphore_of(11)));
-        EXPECT_EQ(count(events, open_bus(11, 0)), 1);
-        EXPECT_EQ(count(events, create_semaphore(12395, 0)), 1);
-        EXPECT_EQ(count(events, lock_semaphore(11)), thread_count);
-        EXPECT_EQ(count(events, open_memory()), 1);
-        EXPECT_EQ(count(events, map_memory()), 1);
-        EXPECT_EQ(count(events, close_memory()), 1);
-        EXPECT_EQ(events.size(), 5U + 2 * thread_count);
-        EXPECT_EQ(allocations(), 3U); // adapter, client, adapter data
-        exit(testing::Test::HasFailure() ? 1 : 0);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0), ""); // in a process that has mapped nothing yet
-}
-
 TEST(FirstUse, OfOneDeviceGivesAllThreadsTheSameRecord)
 {
     const uint32_t bus = fresh_bus();

@@ -1,0 +1,271 @@
+// Holders of a bus that are killed or stopped: whoever comes next has the bus, and right bytes.
+#include "figures.h"
+#include "imports.h"
+#include "watch.h"
+
+#include "simboard/consistency.h"
+
+#include <algorithm>
+#include <csignal>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using simboard::testing::Board;
+using simboard::testing::reference_board;
+
+namespace
+{
+
+constexpr double kAtOnce = 1000; // ms, with room for a busy machine
+
+struct Case {
+    bool in_transfers; // killed within calls that take their time on the wire, too
+    const char *device;
+    uint64_t round;
+    const char *plain; // what the next one on that bus looks at, too
+};
+
+const Case kCases[] = {
+    {true, "board-status", 0, "board-status"},          // a transfer
+    {true, "psu0", 7, "psu1"},                          // SMBus
+    {true, "id-registers", 0, "main-registers"},        // behind two switches
+    {false, "id-registers", 1, "main-registers"},       // in one try
+    {false, "id-registers", 7, "main-registers"},       // by SMBus
+    {true, "port0-registers", 2, "main-registers"},     // held with the path open,
+    {false, "port0-registers", 3, "main-registers"},    // without,
+    {false, "slot1-registers", 12, "main-registers"},   // by SMBus,
+    {true, "card-registers", 4, "backplane-registers"}, // and as a bridge
+    {false, "log-eeprom", 3, "main-registers"},         // which is never busy
+    {false, "riser-io", 1, "main-registers"},
+    {false, "riser-power", 0, "main-registers"},
+    {false, "slot0-retimer", 1, "main-registers"},
+    {false, "card-epld2", 0, "backplane-registers"},
+    {false, "card-mctp", 0, "backplane-registers"},
+};
+
+void kill_here()
+{
+    kill(getpid(), SIGKILL);
+}
+
+// A little later, so that the call has begun.
+void kill_soon()
+{
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGKILL;
+    timer_t timer;
+    timer_create(CLOCK_MONOTONIC, &event, &timer);
+    itimerspec when = {};
+    when.it_value.tv_nsec = 150'000;
+    timer_settime(timer, 0, &when, nullptr);
+}
+
+// Kills a process at each of its calls, until it comes to its end; returns how many died.
+unsigned kill_at_each_call(Board &board, const Case &row, void (*action)(), double &longest)
+{
+    const watch::Device victim = watch::device(board, row.device, 0);
+    const watch::Device next = watch::device(board, row.device, 1);
+    const watch::Device plain = watch::device(board, row.plain, 2);
+    for (long at = 1;; at++) {
+        const pid_t child = watch::start([&] {
+            imports::trap(at, action);
+            return watch::do_rounds(victim, row.round, row.round);
+        });
+        const int status = watch::end_of(child);
+        if (WIFEXITED(status)) {
+            EXPECT_EQ(status, 0);
+            return static_cast<unsigned>(at - 1);
+        }
+        const int64_t killed = bench::monotonic_nanoseconds();
+        EXPECT_EQ(WTERMSIG(status), SIGKILL) << "at call " << at;
+        EXPECT_EQ(watch::held_locks(), "") << "at call " << at;
+        EXPECT_TRUE(watch::succeeds([&] {
+            return watch::do_rounds(next, row.round, row.round) && watch::do_rounds(plain, 0, 0);
+        })) << "after the kill at call "
+            << at;
+        longest = std::max(longest, watch::milliseconds_since(killed));
+        EXPECT_EQ(board.wrongs(), "") << "after the kill at call " << at;
+        if (testing::Test::HasFailure())
+            return 0;
+    }
+}
+
+TEST(Kill, AtEachCallOfTheLibraryLeavesTheBusFree)
+{
+    unsigned kills = 0;
+    double longest = 0;
+    for (const char *speed : {"instant", "400k"}) {
+        Board board(reference_board(), speed);
+        const bool instant = *speed == 'i';
+        for (const Case &row : kCases) {
+            if (!instant && !row.in_transfers)
+                continue;
+            SCOPED_TRACE(row.device + std::string(", round ") + std::to_string(row.round));
+            const unsigned here =
+                kill_at_each_call(board, row, instant ? kill_here : kill_soon, longest);
+            EXPECT_GT(here, 10U);
+            kills += here;
+        }
+        EXPECT_NE(board.totals().orphaned_paths, 0U);
+        unsigned undone = 0;
+        for (const simboard::Bus &bus : board.view().state->buses)
+            undone += bus.recoveries.load();
+        EXPECT_EQ(undone == 0, instant); // on the wire of the slow board they died within transfers
+        for (const auto &line :
+             simboard::find_inconsistencies(board.view(), board.description(), 5000))
+            ADD_FAILURE() << line;
+    }
+    EXPECT_LT(longest, kAtOnce);
+    record_figure("kills.steps", kills, "kills");
+    record_figure("kills.steps_next_access_max_us", static_cast<uint64_t>(longest * 1000), "us");
+}
+
+// Tasks that wait for one bus, round by round.
+constexpr uint32_t kBus = 4;
+constexpr int kProcesses = 8;
+constexpr int kThreads = 4;
+constexpr int kTasks = kProcesses * kThreads;
+
+struct Queue {
+    std::atomic<int> round{0};
+    std::atomic<int> served{0};
+    std::atomic<int> failed{0};
+    std::atomic<int64_t> first{0}; // when the first was served, and when the last
+    std::atomic<int64_t> last{0};
+    std::atomic<bool> stop{false};
+    std::atomic<bool> held{false};
+};
+
+void wait_in(Queue &queue, const watch::Device &device)
+{
+    for (int round = 1;; round++) {
+        while (queue.round < round && !queue.stop)
+            usleep(200);
+        if (queue.stop)
+            return;
+        int32_t fd = -1;
+        int32_t semid = -1;
+        const bool got = ei2c_smbus_lock_adapter(&device.job.client, &fd, &semid) == 0;
+        int64_t none = 0;
+        const int64_t now = bench::monotonic_nanoseconds();
+        queue.first.compare_exchange_strong(none, now);
+        queue.last = now;
+        if (!got || ei2c_smbus_unlock_adapter(&device.job.client, fd, semid) != 0 ||
+            !watch::rounds(device, 0, 0).empty())
+            queue.failed++;
+        queue.served++;
+    }
+}
+
+class Crowd : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        for (uint32_t process = 0; process < kProcesses; process++)
+            children_.push_back(watch::start(
+                [&, process] {
+                    std::vector<std::thread> threads;
+                    for (uint32_t i = 0; i < kThreads; i++)
+                        threads.emplace_back([&, window = process * kThreads + i] {
+                            wait_in(queue_, watch::device(board_, "id-registers", window));
+                        });
+                    for (std::thread &thread : threads)
+                        thread.join();
+                    return true;
+                },
+                600));
+    }
+    void TearDown() override
+    {
+        queue_.stop = true;
+        for (const pid_t child : children_)
+            EXPECT_EQ(watch::end_of(child), 0);
+        EXPECT_EQ(queue_.failed, 0);
+        EXPECT_EQ(board_.wrongs(), "");
+    }
+    // A holder of the bus, with the path open, and all the others behind it.
+    pid_t hold_up()
+    {
+        queue_.held = false;
+        const pid_t holder = watch::start([this] {
+            const watch::Device device = watch::device(board_, "port0-registers", 0);
+            int32_t fd = -1;
+            int32_t semid = -1;
+            if (ei2c_smbus_select_switch(&device.job.client, &fd, &semid) < 0)
+                return false;
+            queue_.held = true;
+            for (int i = 0; queue_.held && i < 600000; i++)
+                usleep(100);
+            return ei2c_smbus_deselect_switch(&device.job.client, fd, semid) >= 0;
+        });
+        while (!queue_.held)
+            usleep(100);
+        queue_.first = 0;
+        queue_.served = 0;
+        queue_.round++;
+        watch::await_waiters(kBus, kTasks);
+        return holder;
+    }
+    void await_served()
+    {
+        while (queue_.served < kTasks)
+            usleep(200);
+    }
+
+    Board board_{reference_board()};
+    Queue &queue_ = watch::share<Queue>();
+    std::vector<pid_t> children_;
+};
+
+TEST_F(Crowd, IsServedAtOnceWhenTheHolderIsKilled)
+{
+    constexpr int kRounds = kSanitized ? 20 : 150;
+    std::vector<double> first;
+    double last = 0;
+    for (int round = 0; round < kRounds; round++) {
+        const pid_t holder = hold_up();
+        const int64_t killed = bench::monotonic_nanoseconds();
+        kill(holder, SIGKILL);
+        await_served();
+        EXPECT_EQ(WTERMSIG(watch::end_of(holder)), SIGKILL);
+        first.push_back(static_cast<double>(queue_.first - killed) / 1e6);
+        last = std::max(last, static_cast<double>(queue_.last - killed) / 1e6);
+    }
+    std::sort(first.begin(), first.end());
+    const double median = first[first.size() / 2];
+    EXPECT_LT(first.back(), kSanitized ? 1000 : 50);
+    EXPECT_LT(last, 1000);
+    EXPECT_GE(board_.totals().orphaned_paths, static_cast<uint64_t>(kRounds));
+    record_figure("kills.handovers", first.size(), "kills of a holder with 32 waiting");
+    record_figure("kills.handover_median_us", static_cast<uint64_t>(median * 1000), "us");
+    record_figure("kills.handover_max_us", static_cast<uint64_t>(first.back() * 1000), "us");
+    record_figure("kills.handover_last_max_us", static_cast<uint64_t>(last * 1000), "us");
+}
+
+TEST_F(Crowd, WaitsForAStoppedHolderAndGoesOnAfterIt)
+{
+    constexpr int kRounds = kSanitized ? 1 : 5;
+    for (int round = 0; round < kRounds; round++) {
+        const pid_t holder = hold_up();
+        kill(holder, SIGSTOP);
+        int status = 0;
+        EXPECT_EQ(waitpid(holder, &status, WUNTRACED), holder);
+        EXPECT_TRUE(WIFSTOPPED(status));
+        queue_.held = false;
+        sleep(1);
+        EXPECT_EQ(queue_.served, 0);
+        EXPECT_EQ(watch::waiters(kBus), kTasks);
+        kill(holder, SIGCONT);
+        await_served();
+        EXPECT_EQ(watch::end_of(holder), 0);
+    }
+    EXPECT_EQ(board_.totals().orphaned_paths, 0U);
+    record_figure("stop.rounds", kRounds, "holders stopped for a second with 32 waiting");
+}
+
+} // namespace

@@ -1,0 +1,149 @@
+// See watch.h.
+#include "watch.h"
+
+#include "tools/qeli2c/board_file.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace watch
+{
+
+namespace
+{
+
+// -1 while nobody has created it.
+int semaphore_of(uint32_t bus)
+{
+    return semget(static_cast<key_t>(bus == kEeproms ? 0x3001 : 0x3060 + bus), 0, 0);
+}
+
+} // namespace
+
+Device device(const simboard::testing::Board &board, const std::string &name, uint32_t window)
+{
+    for (const simboard::DeviceDescription &described : board.description().devices) {
+        if (described.name != name)
+            continue;
+        Device device{bench::work_on(described.type), {}};
+        device.job.client = to_client(tool::path_of(board.description(), described));
+        device.job.window = {static_cast<uint8_t>(8 * window), 8};
+        device.job.number = window;
+        return device;
+    }
+    std::abort();
+}
+
+std::string rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls)
+{
+    const auto result = std::make_unique<bench::Worker>();
+    for (uint64_t sequence = first; sequence <= last; sequence++) {
+        device.work(device.job, sequence, *result);
+        if (result->errors != 0)
+            return "result " + std::to_string(result->first_result) + ", " +
+                   std::strerror(result->first_errno) + " in round " + std::to_string(sequence);
+        if (result->wrong_bytes != 0)
+            return "wrong byte " + std::to_string(result->first_wrong) + " in round " +
+                   std::to_string(sequence);
+    }
+    if (calls != nullptr)
+        *calls += result->transfers;
+    return "";
+}
+
+bool do_rounds(const Device &device, uint64_t first, uint64_t last)
+{
+    const std::string wrong = rounds(device, first, last);
+    if (!wrong.empty()) {
+        std::printf("device %u/0x%x: %s\n", device.job.client.bus, device.job.client.addr,
+                    wrong.c_str());
+        std::fflush(stdout);
+    }
+    return wrong.empty();
+}
+
+pid_t start(const std::function<bool()> &work, unsigned limit)
+{
+    const pid_t child = fork();
+    if (child != 0)
+        return child;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDERR_FILENO);
+    close(nowhere);
+    alarm(limit);
+    _exit(work() ? 0 : 1);
+}
+
+int end_of(pid_t child)
+{
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+bool succeeds(const std::function<bool()> &work)
+{
+    return end_of(start(work)) == 0;
+}
+
+int semaphore_value(uint32_t bus)
+{
+    const int set = semaphore_of(bus);
+    return set < 0 ? 0 : semctl(set, 0, GETVAL);
+}
+
+int waiters(uint32_t bus)
+{
+    const int set = semaphore_of(bus);
+    return set < 0 ? 0 : semctl(set, 0, GETZCNT);
+}
+
+void await_waiters(uint32_t bus, int count)
+{
+    while (waiters(bus) < count)
+        usleep(100);
+}
+
+std::string held_locks()
+{
+    std::string held;
+    for (uint32_t bus = 0; bus <= kEeproms; bus++) {
+        if (semaphore_value(bus) != 0)
+            held += "semaphore " + std::to_string(bus) + "\n";
+    }
+    for (uint32_t bus = 0; bus < kEeproms; bus++) {
+        const int fd = open(("/dev/i2c-" + std::to_string(bus)).c_str(), O_RDWR | O_CLOEXEC);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        if (fcntl(fd, F_GETLK, &lock) != 0 || lock.l_type != F_UNLCK)
+            held += "file lock " + std::to_string(bus) + "\n";
+        close(fd);
+    }
+    return held;
+}
+
+double milliseconds_since(int64_t start)
+{
+    return static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e6;
+}
+
+void *map_shared(size_t size)
+{
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        std::abort();
+    return memory;
+}
+
+} // namespace watch

@@ -1,0 +1,62 @@
+// Processes of a test and the locks they hold, seen from outside.
+#ifndef TESTS_RELIABILITY_WATCH_H
+#define TESTS_RELIABILITY_WATCH_H
+
+#include "bench/device_work.h"
+#include "simboard/testing.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+namespace watch
+{
+
+// `window` tells apart those who work on one device at the same time, 0 to 31.
+struct Device {
+    bench::Work work;
+    bench::Job job;
+};
+Device device(const simboard::testing::Board &board, const std::string &name, uint32_t window);
+
+// Does the rounds with these sequence numbers; what went wrong, or nothing. `calls` counts those
+// made.
+std::string rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls = nullptr);
+// The same; tells on standard output what went wrong.
+bool do_rounds(const Device &device, uint64_t first, uint64_t last);
+
+// Forks a process that exits with 0 when `work` says so, and has `limit` seconds for it. Its log
+// lines go nowhere.
+pid_t start(const std::function<bool()> &work, unsigned limit = 60);
+int end_of(pid_t child); // its wait status
+bool succeeds(const std::function<bool()> &work);
+
+// Of bus `bus`, and kEeproms for the EEPROM semaphore.
+inline constexpr uint32_t kEeproms = 16;
+int semaphore_value(uint32_t bus); // 0 when free, also when it was never used
+int waiters(uint32_t bus);
+void await_waiters(uint32_t bus, int count);
+
+// Every lock of the board that somebody holds, one line each.
+std::string held_locks();
+
+double milliseconds_since(int64_t start);
+
+// Memory of the test and its children.
+void *map_shared(size_t size);
+template <typename Type>
+Type &share()
+{
+    return *new (map_shared(sizeof(Type))) Type;
+}
+
+} // namespace watch
+
+#endif
