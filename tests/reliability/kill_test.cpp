@@ -64,13 +64,15 @@ void kill_soon()
     timer_settime(timer, 0, &when, nullptr);
 }
 
+constexpr long kStep = kSanitized ? 12 : 1; // forks of a program under a sanitizer take their time
+
 // Kills a process at each of its calls, until it comes to its end; returns how many died.
 unsigned kill_at_each_call(Board &board, const Case &row, void (*action)(), double &longest)
 {
     const watch::Device victim = watch::device(board, row.device, 0);
     const watch::Device next = watch::device(board, row.device, 1);
     const watch::Device plain = watch::device(board, row.plain, 2);
-    for (long at = 1;; at++) {
+    for (long at = 1;; at += kStep) {
         const pid_t child = watch::start([&] {
             imports::trap(at, action);
             return watch::do_rounds(victim, row.round, row.round);
@@ -78,7 +80,7 @@ unsigned kill_at_each_call(Board &board, const Case &row, void (*action)(), doub
         const int status = watch::end_of(child);
         if (WIFEXITED(status)) {
             EXPECT_EQ(status, 0);
-            return static_cast<unsigned>(at - 1);
+            return static_cast<unsigned>((at - 1) / kStep);
         }
         const int64_t killed = bench::monotonic_nanoseconds();
         EXPECT_EQ(WTERMSIG(status), SIGKILL) << "at call " << at;
@@ -102,19 +104,21 @@ TEST(Kill, AtEachCallOfTheLibraryLeavesTheBusFree)
         Board board(reference_board(), speed);
         const bool instant = *speed == 'i';
         for (const Case &row : kCases) {
-            if (!instant && !row.in_transfers)
+            if (!instant && (kSanitized || !row.in_transfers))
                 continue;
             SCOPED_TRACE(row.device + std::string(", round ") + std::to_string(row.round));
             const unsigned here =
                 kill_at_each_call(board, row, instant ? kill_here : kill_soon, longest);
-            EXPECT_GT(here, 10U);
+            EXPECT_GT(here, 10 / kStep);
             kills += here;
         }
-        EXPECT_NE(board.totals().orphaned_paths, 0U);
+        EXPECT_TRUE(kSanitized || board.totals().orphaned_paths != 0);
         unsigned undone = 0;
         for (const simboard::Bus &bus : board.view().state->buses)
             undone += bus.recoveries.load();
-        EXPECT_EQ(undone == 0, instant); // on the wire of the slow board they died within transfers
+        EXPECT_EQ(undone == 0,
+                  instant ||
+                      kSanitized); // on the wire of the slow board they died within transfers
         for (const auto &line :
              simboard::find_inconsistencies(board.view(), board.description(), 5000))
             ADD_FAILURE() << line;
