@@ -192,9 +192,13 @@ int hook_sigwrap_open(const char *path, int flags, ...)
 
 int hook_open(const char *path, int flags, ...)
 {
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
     if (strikes(Kind::memory_file))
         return -1;
-    const int fd = open(path, flags);
+    const int fd = open(path, flags, mode);
     standing.other_files += fd >= 0 ? 1 : 0;
     return fd;
 }

@@ -51,6 +51,16 @@ constexpr char kDescription[] = R"({
     ] } } ] } ]
 })";
 
+// Processes are costly in instrumented builds, and what instruments asks for more than is shipped;
+// they meet one point in so many.
+#if defined(__SANITIZE_ADDRESS__) || !defined(NDEBUG)
+constexpr bool kAsShipped = false;
+#else
+constexpr bool kAsShipped = true;
+#endif
+constexpr size_t kShare = kAsShipped ? 1 : 4;
+
+constexpr const char *kModes[] = {"once", "kind", "later", "timeout"};
 constexpr int kPatience = 20000; // milliseconds
 constexpr size_t kGuard = 32;
 constexpr uint8_t kUntouched = 0xEE;
@@ -287,26 +297,26 @@ protected:
         EXPECT_LE(again.records, clean.records + 3) << "records of the failure and of the rest";
     }
 
-    bool chosen(bool warm, size_t number, const char *mode)
+    bool chosen(bool warm, size_t number, size_t mode)
     {
         const char *point = std::getenv("QELI2C_FAULT_POINT");
-        const std::string name = (warm ? "warm:" : "cold:") + std::to_string(number) + ":" + mode;
-        return point == nullptr || name == point;
+        if (point != nullptr)
+            return (warm ? "warm:" : "cold:") + std::to_string(number) + ":" + kModes[mode] ==
+                   point;
+        return (number + mode) % kShare == GetParam() % kShare;
     }
 
     void meet_all(bool warm, const Trace &clean)
     {
-        static const char *const modes[] = {"once", "kind", "later", "timeout"};
         const std::vector<Point> points = points_of(row(), clean);
         for (size_t number = 0; number < points.size(); ++number) {
             for (size_t m = 0; m < 4; ++m) {
                 const bool timeout = m == 3;
-                if ((timeout && clean.call[number].kind != Kind::wait) ||
-                    !chosen(warm, number, modes[m]))
+                if ((timeout && clean.call[number].kind != Kind::wait) || !chosen(warm, number, m))
                     continue;
                 SCOPED_TRACE(std::string(row().name) + " " + name_of(clean.call[number].kind) +
                              ", point " + (warm ? "warm:" : "cold:") + std::to_string(number) +
-                             ":" + modes[m]);
+                             ":" + kModes[m]);
                 const Plan plan = {static_cast<int>(number),
                                    timeout ? Mode::kind : static_cast<Mode>(m), timeout};
                 ASSERT_TRUE(meet(warm, plan)) << "hangs or crashes";
@@ -367,12 +377,12 @@ TEST(FaultTable, HasEveryExportedCall)
     EXPECT_EQ(missing, std::set<std::string>());
 }
 
-#ifndef __SANITIZE_ADDRESS__
 TEST(FaultTable, KnowsEverythingTheLibraryAsksOthersFor)
 {
+    if (!kAsShipped)
+        GTEST_SKIP() << "instrumented";
     EXPECT_EQ(unknown_imports(), std::vector<std::string>());
 }
-#endif
 
 // Last of all, by its name.
 class Figures : public testing::Environment
