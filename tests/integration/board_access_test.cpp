@@ -1,5 +1,5 @@
-// Locked access on the simulated board: what goes over the wire, who may use a bus at a time, and
-// what a killed holder leaves behind.
+// Locked access on the simulated board: who may use a bus at a time, and what a killed holder
+// leaves behind.
 #include <csignal>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -13,7 +13,6 @@ namespace
 {
 
 using simboard::testing::Board;
-using Lines = std::vector<std::string>;
 
 constexpr char kDescription[] = R"({
   "name": "access",
@@ -97,67 +96,6 @@ protected:
     void TearDown() override { EXPECT_EQ(board().wrongs(), ""); }
 };
 
-TEST_F(BoardAccess, PathIsOpenedAndClosedAroundEachTransferAtEveryDepth)
-{
-    const struct {
-        const ei2c_client &client;
-        Lines wire;
-    } rows[] = {
-        {near_device, {"W 0x60 10 5a", "P"}},
-        {middle_device, {"W 0x70 20", "P", "W 0x21 10 5a", "P", "W 0x70 00", "P"}},
-        {far_device,
-         {"W 0x70 20", "P", "W 0x71 08", "P", "W 0x22 10 5a", "P", "W 0x71 00", "P", "W 0x70 00",
-          "P"}},
-    };
-    for (const auto &row : rows) {
-        board().reset();
-        EXPECT_EQ(ei2c_smbus_write_byte_data(&row.client, 0x10, 0x5A), 0);
-        EXPECT_EQ(board().wire(4), row.wire);
-    }
-    EXPECT_EQ(board().peek("far", 0x10), 0x5A);
-}
-
-TEST_F(BoardAccess, SmbusCommandsReachADeviceBehindTwoSwitches)
-{
-    ei2c_client client = far_device;
-    for (const uint16_t flags : std::initializer_list<uint16_t>{0, QELI2C_CLIENT_PEC}) {
-        client.flags = flags;
-        board().poke("far", 0, std::vector<uint8_t>(256, 0));
-        uint8_t byte = 0;
-        uint16_t word = 0;
-        // A plain register device answers with its next register where a PEC belongs.
-        const int32_t read = flags == 0 ? 0 : -1;
-        EXPECT_EQ(ei2c_smbus_write_word_data(&client, 0x20, 0x1234), 0);
-        EXPECT_EQ(board().peek("far", 0x20, 2), (std::vector<uint8_t>{0x34, 0x12}));
-        EXPECT_EQ(ei2c_smbus_read_word_data(&client, 0x20, &word), read);
-        EXPECT_EQ(word, flags == 0 ? 0x1234 : 0);
-        EXPECT_EQ(ei2c_smbus_read_byte_data(&client, 0x21, &byte), read);
-        if (flags != 0) {
-            EXPECT_EQ(errno, EBADMSG);
-        }
-    }
-    client.flags = 0;
-    const uint8_t block[3] = {7, 8, 9};
-    uint8_t length = 0;
-    uint8_t values[32] = {};
-    EXPECT_EQ(ei2c_smbus_write_block_data(&client, 0x40, 3, block), 0);
-    EXPECT_EQ(ei2c_smbus_read_block_data(&client, 0x40, &length, values), 0);
-    EXPECT_EQ(length, 3);
-    EXPECT_EQ(0, memcmp(values, block, 3));
-}
-
-TEST_F(BoardAccess, AbsentDeviceGivesTheErrnoOfItsTransferAndAClosedPath)
-{
-    const ei2c_client absent = device(0x33, 0x00700071, 0x00050003);
-    uint8_t value = 0xEE;
-    errno = 0;
-    EXPECT_LT(ei2c_smbus_read_byte(&absent, &value), 0);
-    EXPECT_EQ(errno, ENXIO);
-    EXPECT_EQ(value, 0xEE);
-    EXPECT_EQ(board().peek("first"), 0);
-    EXPECT_EQ(board().peek("second"), 0);
-}
-
 TEST_F(BoardAccess, OwnerTableNamesTheProcessThatTookTheBusLast)
 {
     EXPECT_EQ(ei2c_smbus_write_byte_data(&near_device, 0, 1), 0);
@@ -196,22 +134,6 @@ TEST_F(BoardAccess, KilledHolderFreesTheBusAndItsOpenPathDoesNoHarm)
     }
     EXPECT_EQ(board().peek("middle", 3), 4);
     EXPECT_EQ(board().totals(4).orphaned_paths, 2U);
-}
-
-TEST_F(BoardAccess, PairOfTransfersIsNeverSplit)
-{
-    uint8_t write[2] = {0x30, 0x77};
-    uint8_t offset = 0x30;
-    uint8_t value = 0;
-    i2c_msg set0 = {0x22, 0, 2, write};
-    i2c_msg set1[2] = {{0x22, 0, 1, &offset}, {0x22, I2C_M_RD, 1, &value}};
-    i2c_msg *sets[2] = {&set0, set1};
-    const uint32_t counts[2] = {1, 2};
-    EXPECT_EQ(ei2c_rdwr_mxfer(&far_device, sets, counts), 2);
-    EXPECT_EQ(value, 0x77);
-    EXPECT_EQ(board().wire(4),
-              (Lines{"W 0x70 20", "P", "W 0x71 08", "P", "W 0x22 30 77", "P", "W 0x22 30",
-                     "R 0x22 77", "P", "W 0x71 00", "P", "W 0x70 00", "P"}));
 }
 
 TEST_F(BoardAccess, ChildAfterForkUsesTheBusLikeAnyOtherProcess)
