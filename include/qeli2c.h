@@ -14,7 +14,8 @@
  * - **Result.** Signed 32 bits: 0 or a positive count on success; -1 for a null argument or a
  * failure found by the library; ::QELI2C_NO_DEVICE_FILE when `/dev/i2c-N` cannot be opened;
  * otherwise the kernel's negative result with `errno` set. Outputs are written on success only,
- * unless the call says otherwise.
+ * unless the call says otherwise; but what goes to the kernel as it is - messages, SMBus data
+ * areas, the buffers of EEPROM and EPLD reads - may hold what a try read that then failed.
  * - **errno.** After a locked transfer with a negative result, `errno` is that of the request which
  * gave the result. The kernel's values are those of i2c-dev: `ENXIO` no device acknowledges,
  * `EAGAIN` arbitration lost, `ETIMEDOUT`, `EBUSY` a kernel driver owns the address, `EBADMSG` wrong
@@ -211,7 +212,8 @@ extern uint32_t g_dwEi2cLog;
  * @brief One combined transfer: @p num messages between one START and one STOP (`I2C_RDWR`).
  * @param adapter the bus
  * @param addr    address given to the kernel for the descriptor; each message carries its own
- * @param msgs    the messages, not null
+ * @param msgs    the messages, not null; the first byte of the first one's buffer is traced, so
+ * a buffer that is not null has one even when its message is empty
  * @param num     how many; only the low 8 bits reach the kernel, which takes at most 42
  * @return messages done; ::QELI2C_NO_DEVICE_FILE; -1 with `ETIMEDOUT` when the device file is not
  * ready within a second, with `EINVAL` for a descriptor of 1024 or more; or the kernel's negative
