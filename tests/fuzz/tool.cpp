@@ -22,10 +22,10 @@ namespace
 using fuzz::broken;
 using fuzz::Input;
 
-constexpr int kPatience = 64; // pauses until an endless command is interrupted
+constexpr int kPatience = 48; // questions and pauses until a long command is interrupted
 
 bool running = false;
-int questions = 0; // how often a command has asked whether to end
+int questions = 0;
 std::chrono::nanoseconds clock_now{0};
 
 // The words are separated by blanks; batch has its lines behind the first line's end, and the
@@ -57,11 +57,10 @@ namespace tool
 void defer_interrupts() {}
 bool interrupted()
 {
-    return questions++ > 0x1000;
+    return questions++ > kPatience;
 }
 bool pause_unless_interrupted(std::chrono::nanoseconds time)
 {
-    questions += 0x1000 / kPatience;
     clock_now += time;
     return !interrupted();
 }
