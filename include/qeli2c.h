@@ -142,6 +142,7 @@ ui2c_client *ui2c_to_client(uint32_t bus, uint16_t addr, uint32_t swi_addr, uint
 /**
  * @brief Finds or creates the record of a bus. Takes no lock, and changes the registry: not for use
  * while another thread may look anything up; ui2c_to_client() is.
+ * @param bus bus number
  * @return null only without memory.
  */
 ui2c_adapter *ui2c_to_adapter(uint32_t bus);
@@ -149,6 +150,9 @@ ui2c_adapter *ui2c_to_adapter(uint32_t bus);
 /**
  * @brief Finds or creates the near switch of a path and links the switch in front of it. As
  * ui2c_to_adapter() not for use together with other lookups.
+ * @param adapter  the bus
+ * @param swi_addr as in ::ei2c_client
+ * @param swi_chnl not used
  * @return null when the low half of @p swi_addr is 0, or without memory.
  */
 ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t swi_chnl);
@@ -162,31 +166,47 @@ ui2c_switch *ui2c_to_switch(ui2c_adapter *adapter, uint32_t swi_addr, uint32_t s
  * @{
  */
 
-/** @brief Descriptor of the bus's device file, opened once per process. @return negative with
- * `errno` set on failure. */
+/**
+ * @brief Descriptor of the bus's device file, opened once per process.
+ * @param adapter the bus
+ * @return negative with `errno` set on failure.
+ */
 int32_t ui2c_adapter_fd(ui2c_adapter *adapter);
 
 /**
  * @brief Takes the bus's semaphore, which all processes share; waits without limit.
+ * @param adapter the bus
  * @return its id (0 or more) for ipc_unlock_adapter(), or negative: bus above 15, no semaphore, not
  * taken.
  */
 int32_t ipc_lock_adapter(ui2c_adapter *adapter);
 
-/** @brief Releases the semaphore with the id that ipc_lock_adapter() gave. @return negative on
- * failure. */
+/**
+ * @brief Releases the semaphore with the id that ipc_lock_adapter() gave.
+ * @param semid the id
+ * @return negative on failure.
+ */
 int32_t ipc_unlock_adapter(int32_t semid);
 
-/** @brief Takes the exclusive lock on a bus's device file. @return 0, or -1. */
+/**
+ * @brief Takes the exclusive lock on a bus's device file.
+ * @param fd descriptor of the device file
+ * @return 0, or -1.
+ */
 int32_t exclusive_file_lock(int32_t fd);
 
-/** @brief Releases that lock. @return negative on failure. */
+/**
+ * @brief Releases that lock.
+ * @param fd descriptor of the device file
+ * @return negative on failure.
+ */
 int32_t surrender_i2c_access(int32_t fd);
 
 /**
  * @brief Records this process (@p adapter not null) as the last one that took the bus, in the owner
  * table at physical 0xB8210000 (sixteen 32-bit process ids, one per bus). Buses above 15 record
  * nothing.
+ * @param adapter the bus
  * @return no meaning.
  */
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter);
@@ -221,11 +241,22 @@ extern uint32_t g_dwEi2cLog;
  */
 int32_t ui2c_rdwr_xfer(ui2c_adapter *adapter, uint16_t addr, struct i2c_msg *msgs, int32_t num);
 
-/** @brief Reads one byte without a register number. @return 1 with the byte in @p value, or
- * negative. */
+/**
+ * @brief Reads one byte without a register number.
+ * @param adapter the bus
+ * @param addr    7-bit slave address
+ * @param value   receives the byte
+ * @return 1 with the byte in @p value, or negative.
+ */
 int32_t ui2c_raw_read_byte(ui2c_adapter *adapter, uint16_t addr, uint8_t *value);
 
-/** @brief Writes one byte without a register number. @return 1, or negative. */
+/**
+ * @brief Writes one byte without a register number.
+ * @param adapter the bus
+ * @param addr    7-bit slave address
+ * @param value   the byte
+ * @return 1, or negative.
+ */
 int32_t ui2c_raw_write_byte(ui2c_adapter *adapter, uint16_t addr, uint8_t value);
 
 /**
@@ -254,6 +285,7 @@ int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, ch
 
 /**
  * @brief Opens the path to a device: the upstream switch, then the near switch.
+ * @param eclient the device
  * @return 0 when the path is open or there is none; -1 on any failure. What was opened before a
  * failure stays open.
  */
@@ -261,22 +293,41 @@ int32_t SelectSwitch(const ei2c_client *eclient);
 
 /**
  * @brief Closes all channels of the near switch, then of the upstream switch; always tries both.
+ * @param eclient the device
  * @return 0 without a switch; else the result of the last close, 1 on success.
  */
 int32_t DeselectSwitch(const ei2c_client *eclient);
 
-/** @brief Reads the control register of the near switch. @return 1 with the register in @p val, or
- * negative. */
+/**
+ * @brief Reads the control register of the near switch.
+ * @param eclient the device
+ * @param val     receives the register
+ * @return 1 with the register in @p val, or negative.
+ */
 int32_t readSwitchStatus(const ei2c_client *eclient, uint8_t *val);
 
-/** @brief Opens exactly one channel, 0 to 7. @return 1; ::QELI2C_NO_DEVICE_FILE for a higher
- * channel; or negative. */
+/**
+ * @brief Opens exactly one channel, 0 to 7.
+ * @param swi     the switch
+ * @param channel the channel, 0 to 7
+ * @return 1; ::QELI2C_NO_DEVICE_FILE for a higher channel; or negative.
+ */
 int32_t ui2c_swi_select(ui2c_switch *swi, uint32_t channel);
 
-/** @brief Closes all channels, whatever @p channel says. @return 1, or negative. */
+/**
+ * @brief Closes all channels, whatever @p channel says.
+ * @param swi     the switch
+ * @param channel not used
+ * @return 1, or negative.
+ */
 int32_t ui2c_swi_deselect(ui2c_switch *swi, uint32_t channel);
 
-/** @brief Reads the control register: bit n set means channel n is open. @return 1, or negative. */
+/**
+ * @brief Reads the control register: bit n set means channel n is open.
+ * @param swi the switch
+ * @param val receives the register
+ * @return 1, or negative.
+ */
 int32_t ui2c_swi_status(ui2c_switch *swi, uint8_t *val);
 
 /** @} */
@@ -290,6 +341,9 @@ int32_t ui2c_swi_status(ui2c_switch *swi, uint8_t *val);
 
 /**
  * @brief One combined transfer, at most four tries.
+ * @param eclient the device
+ * @param msgs    the messages; each carries its address
+ * @param num     how many, at most 42
  * @return messages done by the last transfer, or its negative result; -1 when no try reached the
  * device
  */
@@ -305,7 +359,12 @@ int32_t ei2c_rdwr_xfer(const ei2c_client *eclient, struct i2c_msg *msgs, uint32_
  */
 int32_t ei2c_rdwr_mxfer(const ei2c_client *eclient, struct i2c_msg **msgs, const uint32_t *num);
 
-/** @brief ei2c_rdwr_xfer() with exactly one try. @return -1 also when the path could not be opened.
+/**
+ * @brief ei2c_rdwr_xfer() with exactly one try.
+ * @param eclient the device
+ * @param msgs    the messages; each carries its address
+ * @param num     how many, at most 42
+ * @return -1 also when the path could not be opened.
  */
 int32_t ei2c_rdwr_xfer_without_retry(const ei2c_client *eclient, struct i2c_msg *msgs,
                                      uint32_t num);
@@ -340,8 +399,14 @@ int32_t ei2c_smbus_xfer_wtrd(const ei2c_client *eclient, int32_t fd, uint32_t re
                              uint32_t command, uint32_t size, uint8_t *data, uint8_t *read_buf,
                              uint32_t *read_len, int32_t write_only);
 
-/** @brief Reads an MCTP response. Takes no lock. @return its length (above 0), or 0 or negative
- * with `*read_len` 0. */
+/**
+ * @brief Reads an MCTP response. Takes no lock.
+ * @param eclient  the device
+ * @param fd       descriptor the response is read from
+ * @param read_buf receives the response, as ei2c_smbus_xfer_wtrd()
+ * @param read_len receives its length
+ * @return its length (above 0), or 0 or negative with `*read_len` 0.
+ */
 int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t *read_buf,
                                  uint32_t *read_len);
 
@@ -366,13 +431,21 @@ int32_t qel_ei2c_smbus_xfer_read(const ei2c_client *eclient, int32_t fd, uint8_t
  */
 int32_t ei2c_smbus_lock_adapter(const ei2c_client *eclient, int32_t *pfd, int32_t *psdwSemId);
 
-/** @brief Releases a bus taken by ei2c_smbus_lock_adapter(). @return negative when the semaphore
- * was not released. */
+/**
+ * @brief Releases a bus taken by ei2c_smbus_lock_adapter().
+ * @param eclient  the device given when the bus was taken
+ * @param fd       the descriptor handed out
+ * @param sdwSemId the semaphore id handed out
+ * @return negative when the semaphore was not released.
+ */
 int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId);
 
 /**
  * @brief Takes the bus and opens the path to the device, which stays open until the release; at
  * most four attempts.
+ * @param eclient   the device given when the bus was taken
+ * @param pfd       receives the bus's descriptor, not to be closed
+ * @param psdwSemId receives the semaphore id
  * @return 0 or more; as ei2c_smbus_lock_adapter(); -5 path not opened, bus released; -3 also when
  * that release failed
  */
@@ -380,6 +453,9 @@ int32_t ei2c_smbus_select_switch(const ei2c_client *eclient, int32_t *pfd, int32
 
 /**
  * @brief Closes the path, at most four attempts, and releases the bus in any case.
+ * @param eclient  the device given when the bus was taken
+ * @param fd       the descriptor handed out
+ * @param sdwSemId the semaphore id handed out
  * @return the result of the release
  */
 int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32_t sdwSemId);
@@ -387,6 +463,12 @@ int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32
 /**
  * @brief ei2c_smbus_xfer() without taking or releasing the bus; the path is opened and closed
  * around each try.
+ * @param eclient    the device given when the bus was taken
+ * @param read_write 1 read, 0 write
+ * @param command    command code, 0 to 255
+ * @param size       as for ei2c_smbus_xfer()
+ * @param data       as for ei2c_smbus_xfer()
+ * @return 0, or negative
  */
 int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_write,
                                      uint32_t command, uint32_t size, uint8_t *data);
@@ -401,17 +483,56 @@ int32_t ei2c_smbus_xfer_without_lock(const ei2c_client *eclient, uint32_t read_w
  * @{
  */
 
-/** @brief Receive byte. */
+/**
+ * @brief Receive byte.
+ * @param eclient the device
+ * @param value   receives the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_read_byte(const ei2c_client *eclient, uint8_t *value);
-/** @brief Send byte. */
+
+/**
+ * @brief Send byte.
+ * @param eclient the device
+ * @param value   the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_byte(const ei2c_client *eclient, uint8_t value);
-/** @brief Read byte. */
+
+/**
+ * @brief Read byte.
+ * @param eclient the device
+ * @param command command code
+ * @param value   receives the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_read_byte_data(const ei2c_client *eclient, uint8_t command, uint8_t *value);
-/** @brief Write byte. */
+
+/**
+ * @brief Write byte.
+ * @param eclient the device
+ * @param command command code
+ * @param value   the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_byte_data(const ei2c_client *eclient, uint8_t command, uint8_t value);
-/** @brief Read word; the low byte comes first on the wire. */
+
+/**
+ * @brief Read word; the low byte comes first on the wire.
+ * @param eclient the device
+ * @param command command code
+ * @param value   receives the word
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_read_word_data(const ei2c_client *eclient, uint8_t command, uint16_t *value);
-/** @brief Write word; the low byte goes first on the wire. */
+
+/**
+ * @brief Write word; the low byte goes first on the wire.
+ * @param eclient the device
+ * @param command command code
+ * @param value   the word
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_word_data(const ei2c_client *eclient, uint8_t command, uint16_t value);
 
 /**
@@ -431,15 +552,34 @@ int32_t ei2c_smbus_read_block_data(const ei2c_client *eclient, uint8_t command, 
  * @param command command code
  * @param len     most data bytes wanted
  * @param values  receives the device's count byte, then at most @p len data bytes: @p len + 1 bytes
+ * @return 0, or negative
  */
 int32_t qel_ei2c_smbus_read_block_data(const ei2c_client *eclient, uint8_t command, uint32_t len,
                                        uint8_t *values);
 
-/** @brief Block write of @p length bytes. */
+/**
+ * @brief Block write of @p length bytes.
+ * @param eclient the device
+ * @param command command code
+ * @param length  how many bytes, at most 32
+ * @param values  the bytes
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_block_data(const ei2c_client *eclient, uint8_t command, uint32_t length,
                                     const uint8_t *values);
 
-/** @brief Block write, then the MCTP response, as ei2c_smbus_xfer_wtrd(). Takes no lock. */
+/**
+ * @brief Block write, then the MCTP response, as ei2c_smbus_xfer_wtrd(). Takes no lock.
+ * @param eclient    the device
+ * @param fd         descriptor the response is read from
+ * @param command    command code
+ * @param write_len  bytes of the block
+ * @param write_buf  the block
+ * @param read_buf   receives the response
+ * @param read_len   receives its length
+ * @param write_only not 0: read no response
+ * @return as ei2c_smbus_xfer_wtrd()
+ */
 int32_t ei2c_smbus_wtrd_block_data(const ei2c_client *eclient, int32_t fd, uint8_t command,
                                    uint32_t write_len, const uint8_t *write_buf, uint8_t *read_buf,
                                    uint32_t *read_len, int32_t write_only);
@@ -457,27 +597,59 @@ int32_t ei2c_smbus_read_block_proc_call_data(const ei2c_client *eclient, uint8_t
                                              const uint8_t *write_buf, uint32_t write_len,
                                              uint8_t *read_buf, uint8_t *read_len);
 
-/** @brief A second name of qel_ei2c_smbus_xfer_read(). */
+/**
+ * @brief A second name of qel_ei2c_smbus_xfer_read().
+ * @param eclient  the device
+ * @param fd       descriptor the response is read from
+ * @param read_buf receives the response
+ * @param read_len receives its length
+ * @return as qel_ei2c_smbus_xfer_read()
+ */
 int32_t qel_ei2c_smbus_mctp_read_block_data(const ei2c_client *eclient, int32_t fd,
                                             uint8_t *read_buf, uint32_t *read_len);
 
 /**
  * @brief Plain I2C write then read in one combined transfer, ei2c_rdwr_xfer() with two messages.
  * The client's `flags` go into both messages. Both lengths are cut to 253.
+ * @param eclient   the device
+ * @param write_len bytes to write
+ * @param write_buf the bytes to write
+ * @param read_len  bytes to read
+ * @param read_buf  receives the bytes read
  * @return 2, or negative
  */
 int32_t ei2c_smbus_read_i2c_block_data(const ei2c_client *eclient, uint32_t write_len,
                                        const uint8_t *write_buf, uint32_t read_len,
                                        uint8_t *read_buf);
 
-/** @brief I2C block write: command code, then @p length bytes without a count on the wire. */
+/**
+ * @brief I2C block write: command code, then @p length bytes without a count on the wire.
+ * @param eclient the device
+ * @param command command code
+ * @param length  how many bytes, at most 32
+ * @param values  the bytes
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_i2c_block_data(const ei2c_client *eclient, uint8_t command,
                                         uint32_t length, const uint8_t *values);
 
-/** @brief ei2c_smbus_read_byte_data() for a caller who holds the bus. */
+/**
+ * @brief ei2c_smbus_read_byte_data() for a caller who holds the bus.
+ * @param eclient the device
+ * @param command command code
+ * @param value   receives the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_read_byte_data_without_lock(const ei2c_client *eclient, uint8_t command,
                                                uint8_t *value);
-/** @brief ei2c_smbus_write_byte_data() for a caller who holds the bus. */
+
+/**
+ * @brief ei2c_smbus_write_byte_data() for a caller who holds the bus.
+ * @param eclient the device
+ * @param command command code
+ * @param value   the byte
+ * @return 0, or negative
+ */
 int32_t ei2c_smbus_write_byte_data_without_lock(const ei2c_client *eclient, uint8_t command,
                                                 uint8_t value);
 
@@ -528,35 +700,88 @@ int32_t i2cWrite(const ei2c_client *eclient, uint32_t datalen, const uint8_t *da
 
 /**
  * @brief Writes at most to the end of the page, without the EEPROM semaphore.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param data    the bytes
+ * @param len     how many
  * @return bytes written; -1 for bad arguments; the transfer's result when that was not 1
  */
 int32_t ee_eeprom_page_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data,
                              int32_t len);
+
 /**
  * @brief Reads at most to the end of the page, without the EEPROM semaphore.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param data    receives the bytes
+ * @param len     how many
  * @return bytes read; -1 for bad arguments; the transfer's result when that was not 2
  */
 int32_t ee_eeprom_page_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len);
+
 /**
  * @brief Writes @p len bytes at @p offset; blocks for at least 25 ms per page.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param data    the bytes
+ * @param len     how many
  * @return @p len; less when a later page failed; the first page's result when that failed; 0
  * without the semaphore
  */
 int32_t eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *data, int32_t len);
-/** @brief Reads @p len bytes at @p offset; blocks for at least 5 ms per page. @return as
- * eeprom_write() */
+
+/**
+ * @brief Reads @p len bytes at @p offset; blocks for at least 5 ms per page.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param data    receives the bytes
+ * @param len     how many
+ * @return as eeprom_write()
+ */
 int32_t eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *data, int32_t len);
-/** @brief A second name of eeprom_read(). */
+
+/**
+ * @brief A second name of eeprom_read().
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param buf     receives the bytes
+ * @param len     how many
+ * @return as eeprom_read()
+ */
 int32_t ei2c_eeprom_read(const ei2c_client *eclient, int32_t offset, uint8_t *buf, int32_t len);
-/** @brief A second name of eeprom_write(). */
+
+/**
+ * @brief A second name of eeprom_write().
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param buf     the bytes
+ * @param len     how many
+ * @return as eeprom_write()
+ */
 int32_t ei2c_eeprom_write(const ei2c_client *eclient, int32_t offset, const uint8_t *buf,
                           int32_t len);
-/** @brief eeprom_read(), up to three times until the result is positive, with a second's pause
- * after each failure. */
+
+/**
+ * @brief eeprom_read(), up to three times until the result is positive, with a second's pause after
+ * each failure.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param buf     receives the bytes
+ * @param len     how many
+ * @return the last result of eeprom_read()
+ */
 int32_t ei2c_eeprom_read_retry(const ei2c_client *eclient, int32_t offset, uint8_t *buf,
                                int32_t len);
-/** @brief eeprom_write(), up to three times until the result is positive, with a second's pause
- * after each failure. */
+
+/**
+ * @brief eeprom_write(), up to three times until the result is positive, with a second's pause
+ * after each failure.
+ * @param eclient the EEPROM
+ * @param offset  where it begins
+ * @param buf     the bytes
+ * @param len     how many
+ * @return the last result of eeprom_write()
+ */
 int32_t ei2c_eeprom_write_retry(const ei2c_client *eclient, int32_t offset, const uint8_t *buf,
                                 int32_t len);
 /** @brief The id of the EEPROM semaphore, created at first use. @return negative when it cannot be
@@ -586,8 +811,13 @@ int32_t ee_unlock_eeprom(void);
  */
 int32_t lockAndSelectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwSemId, int32_t *pfd);
 
-/** @brief Closes the path, four times over, and releases the bus. @return 0; -1 for a null argument
- * or no record. */
+/**
+ * @brief Closes the path, four times over, and releases the bus.
+ * @param eclient   the bridge
+ * @param psdwSemId the semaphore id handed out
+ * @param pfd       the descriptor handed out
+ * @return 0; -1 for a null argument or no record.
+ */
 int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *psdwSemId,
                                           int32_t *pfd);
 
@@ -611,37 +841,130 @@ int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status);
  * @{
  */
 
-/** @brief Makes a pin an input. */
+/**
+ * @brief Makes a pin an input.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_direction_input(const ei2c_client *eclient, uint32_t pin);
-/** @brief Sets a pin's level, then makes it an output. */
+
+/**
+ * @brief Sets a pin's level, then makes it an output.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param value   level: 0 low, other values high
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, int value);
-/** @brief Reads a pin's level, 0 or 1. @return also 0 when the read failed, with @p val unchanged.
+
+/**
+ * @brief Reads a pin's level, 0 or 1.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param val     receives the level
+ * @return also 0 when the read failed, with @p val unchanged.
  */
 int32_t pca9535_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
-/** @brief Sets a pin's output level; its direction stays. */
+
+/**
+ * @brief Sets a pin's output level; its direction stays.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param value   level: 0 low, other values high
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_set_value(const ei2c_client *eclient, uint32_t pin, int value);
-/** @brief Makes the masked pins inputs. */
+
+/**
+ * @brief Makes the masked pins inputs.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_word_direction_input(const ei2c_client *eclient, uint16_t mask);
-/** @brief Sets the masked pins' levels, then makes them outputs. */
+
+/**
+ * @brief Sets the masked pins' levels, then makes them outputs.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param value   levels, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_word_direction_output(const ei2c_client *eclient, uint16_t mask,
                                            uint16_t value);
-/** @brief Reads the masked pins' levels, in place. @return negative when the read failed. */
+
+/**
+ * @brief Reads the masked pins' levels, in place.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param val     receives the levels at the masked bits, 0 at others
+ * @return negative when the read failed.
+ */
 int32_t pca9535_gpio_word_get_value(const ei2c_client *eclient, uint16_t mask, uint32_t *val);
-/** @brief Sets the masked pins' output levels; their direction stays. */
+
+/**
+ * @brief Sets the masked pins' output levels; their direction stays.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param value   levels, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9535_gpio_word_set_value(const ei2c_client *eclient, uint16_t mask, uint16_t value);
-/** @brief Reads the masked bits of the output register. @return also 0 when the read failed, @p val
- * unchanged. */
+
+/**
+ * @brief Reads the masked bits of the output register.
+ * @param client the expander
+ * @param mask   pins meant, bit p for pin p
+ * @param val    receives the masked bits
+ * @return also 0 when the read failed, @p val unchanged.
+ */
 int32_t pca9535_gpio_word_get_output_value(const ei2c_client *client, uint16_t mask, uint32_t *val);
-/** @brief Makes the masked pins inputs and reads them. */
+
+/**
+ * @brief Makes the masked pins inputs and reads them.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param val     receives the levels at the masked bits, 0 at others
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t ei2c_pca9535_get_word_value(const ei2c_client *eclient, uint16_t mask, uint32_t *val);
-/** @brief A second name of pca9535_gpio_word_set_value(). */
+
+/**
+ * @brief A second name of pca9535_gpio_word_set_value().
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param value   levels, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t ei2c_pca9535_set_word_value(const ei2c_client *eclient, uint16_t mask, uint16_t value);
-/** @brief Makes a pin an input and reads it. */
+
+/**
+ * @brief Makes a pin an input and reads it.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param val     receives the level
+ * @return 0, or the negative result of making it an input; also 0 when the read failed, @p val
+ * unchanged
+ */
 int32_t ei2c_pca9535_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
-/** @brief A second name of pca9535_gpio_direction_output(). */
+
+/**
+ * @brief A second name of pca9535_gpio_direction_output().
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param value   level: 0 low, other values high
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t ei2c_pca9535_set_value(const ei2c_client *eclient, uint32_t pin, int value);
-/** @brief Reads a pin's output bit in place: 0 or 1 << pin; always 0 for pins 15 and 16. @return -1
- * above pin 16. */
+
+/**
+ * @brief Reads a pin's output bit in place: 0 or 1 << pin; always 0 for pins 15 and 16.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 15
+ * @param val     receives the bit
+ * @return -1 above pin 16.
+ */
 int32_t ei2c_pca9535_get_output_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
 
 /** @} */
@@ -652,23 +975,74 @@ int32_t ei2c_pca9535_get_output_value(const ei2c_client *eclient, uint32_t pin, 
  * @{
  */
 
-/** @brief Makes a pin an input. */
+/**
+ * @brief Makes a pin an input.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 7
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_direction_input(const ei2c_client *eclient, uint32_t pin);
-/** @brief Sets a pin's level, then makes it an output. */
+
+/**
+ * @brief Sets a pin's level, then makes it an output.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 7
+ * @param value   level: 0 low, other values high
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_direction_output(const ei2c_client *eclient, uint32_t pin, int value);
-/** @brief Reads a pin's level, 0 or 1. @return also 0 when the read failed, with @p val unchanged.
+
+/**
+ * @brief Reads a pin's level, 0 or 1.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 7
+ * @param val     receives the level
+ * @return also 0 when the read failed, with @p val unchanged.
  */
 int32_t pca9554_gpio_get_value(const ei2c_client *eclient, uint32_t pin, uint32_t *val);
-/** @brief Sets a pin's output level; its direction stays. */
+
+/**
+ * @brief Sets a pin's output level; its direction stays.
+ * @param eclient the expander
+ * @param pin     pin, 0 to 7
+ * @param value   level: 0 low, other values high
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_set_value(const ei2c_client *eclient, uint32_t pin, int value);
-/** @brief Makes the masked pins inputs. */
+
+/**
+ * @brief Makes the masked pins inputs.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_byte_direction_input(const ei2c_client *eclient, uint8_t mask);
-/** @brief Sets the masked pins' levels, then makes them outputs. */
+
+/**
+ * @brief Sets the masked pins' levels, then makes them outputs.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param value   levels, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_byte_direction_output(const ei2c_client *eclient, uint8_t mask, uint8_t value);
-/** @brief Reads the masked pins' levels, in place. @return also 0 when the read failed, with @p val
- * unchanged. */
+
+/**
+ * @brief Reads the masked pins' levels, in place.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param val     receives the levels at the masked bits, 0 at others
+ * @return also 0 when the read failed, with @p val unchanged.
+ */
 int32_t pca9554_gpio_byte_get_value(const ei2c_client *eclient, uint8_t mask, uint8_t *val);
-/** @brief Sets the masked pins' output levels; their direction stays. */
+
+/**
+ * @brief Sets the masked pins' output levels; their direction stays.
+ * @param eclient the expander
+ * @param mask    pins meant, bit p for pin p
+ * @param value   levels, bit p for pin p
+ * @return 0, or the negative result of the SMBus call that failed
+ */
 int32_t pca9554_gpio_byte_set_value(const ei2c_client *eclient, uint8_t mask, uint8_t value);
 
 /** @} */
@@ -699,13 +1073,32 @@ typedef struct tpa626_info {
  * @param i2c_client     the monitor
  * @param ucCalibSel     preset 1, 2 or 3; any other value is the default one
  * @param pfOutReadValue receives raw x 0.025
+ * @return 0, or -1
  */
 int32_t TPA626_GetPower(const ei2c_client *i2c_client, uint8_t ucCalibSel, float *pfOutReadValue);
-/** @brief Bus voltage in volts, 1.25 mV per count; nothing is written to the monitor. */
+
+/**
+ * @brief Bus voltage in volts, 1.25 mV per count; nothing is written to the monitor.
+ * @param i2c_client     the monitor
+ * @param pfOutReadValue receives volts
+ * @return 0, or -1
+ */
 int32_t TPA626_GetVolt(const ei2c_client *i2c_client, float *pfOutReadValue);
-/** @brief Power by a description; configuration and calibration are written first. */
+
+/**
+ * @brief Power by a description; configuration and calibration are written first.
+ * @param info           the monitor and its scaling
+ * @param pfOutReadValue receives the power
+ * @return 0, or -1
+ */
 int32_t TPA626_GetPowerByInfo(const tpa626_info *info, float *pfOutReadValue);
-/** @brief Bus voltage by a description; configuration and calibration are written first. */
+
+/**
+ * @brief Bus voltage by a description; configuration and calibration are written first.
+ * @param info           the monitor and its scaling
+ * @param pfOutReadValue receives the voltage
+ * @return 0, or -1
+ */
 int32_t TPA626_GetVoltByInfo(const tpa626_info *info, float *pfOutReadValue);
 
 /** @} */
@@ -728,17 +1121,45 @@ typedef struct retimer_i2c_dev {
     uint8_t ucUpSwiChnl; /**< Its channel. */
 } retimer_i2c_dev;
 
-/** @brief Sends @p dwDataLen bytes (at most 65535) as they are. */
+/**
+ * @brief Sends @p dwDataLen bytes (at most 65535) as they are.
+ * @param client    the retimer
+ * @param dwDataLen how many bytes
+ * @param pucData   the bytes
+ * @return 0, or -1
+ */
 int32_t Retimer_I2CWriteBlockData(const ei2c_client *client, uint32_t dwDataLen,
                                   const uint8_t *pucData);
-/** @brief Sends the register byte and reads @p dwDataLen bytes, of which the first 255 are handed
- * out. The length goes out modulo 65536. */
+
+/**
+ * @brief Sends the register byte and reads @p dwDataLen bytes, of which the first 255 are handed
+ * out. The length goes out modulo 65536.
+ * @param client       the retimer
+ * @param ucOffsetAddr register byte
+ * @param dwDataLen    how many bytes
+ * @param pucReaddata  receives the bytes: room for @p dwDataLen, 255 are enough
+ * @return 0, or -1
+ */
 int32_t Retimer_I2CReadBlockData(const ei2c_client *client, uint8_t ucOffsetAddr,
                                  uint32_t dwDataLen, uint8_t *pucReaddata);
-/** @brief Retimer_I2CWriteBlockData() by a byte record. */
+
+/**
+ * @brief Retimer_I2CWriteBlockData() by a byte record.
+ * @param device  the retimer
+ * @param datalen how many bytes
+ * @param pucData the bytes
+ * @return 0, or -1
+ */
 int32_t Retimer_I2CWrite(const retimer_i2c_dev *device, uint32_t datalen, const uint8_t *pucData);
-/** @brief Retimer_I2CReadBlockData() by a byte record; `pucBuf[0]` is the register byte, then the
- * data replace it. */
+
+/**
+ * @brief Retimer_I2CReadBlockData() by a byte record; `pucBuf[0]` is the register byte, then the
+ * data replace it.
+ * @param device  the retimer
+ * @param datalen how many bytes
+ * @param pucBuf  register byte, then receives the bytes
+ * @return 0, or -1
+ */
 int32_t Retimer_I2CRead(const retimer_i2c_dev *device, uint32_t datalen, uint8_t *pucBuf);
 
 /** @} */
@@ -751,13 +1172,31 @@ int32_t Retimer_I2CRead(const retimer_i2c_dev *device, uint32_t datalen, uint8_t
  * @{
  */
 
-/** @brief Sends the offset and reads, in one combined transfer. On failure @p pucData holds what
- * arrived. */
+/**
+ * @brief Sends the offset and reads, in one combined transfer. On failure @p pucData holds what
+ * arrived.
+ * @param client       the device
+ * @param dwOffsetAddr the offset
+ * @param ucOffsetLen  bytes of the offset
+ * @param dwDataLen    bytes of data
+ * @param pucData      receives the bytes
+ * @return 0, or -1
+ */
 int32_t i2c_read_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
                             uint32_t dwDataLen, uint8_t *pucData);
-/** @brief Sends the offset and the data in one message of at most 65535 bytes. */
+
+/**
+ * @brief Sends the offset and the data in one message of at most 65535 bytes.
+ * @param client       the device
+ * @param dwOffsetAddr the offset
+ * @param ucOffsetLen  bytes of the offset
+ * @param dwDataLen    bytes of data
+ * @param pucData      the bytes
+ * @return 0, or -1
+ */
 int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, uint8_t ucOffsetLen,
                              uint32_t dwDataLen, const uint8_t *pucData);
+
 /**
  * @brief Writes at one offset, then reads at another, as two transfers under one hold of the bus.
  * @param client        the device
@@ -766,21 +1205,50 @@ int32_t i2c_write_multi_para(const ei2c_client *client, uint32_t dwOffsetAddr, u
  * @param pdwDataLen    two lengths: to write, to read
  * @param pucWriteData  the bytes to write
  * @param pucReadData   receives the bytes read
+ * @return 0, or -1
  */
 int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t *pdwOffsetAddr,
                                       uint8_t ucOffsetLen, const uint32_t *pdwDataLen,
                                       const uint8_t *pucWriteData, uint8_t *pucReadData);
 
-/** @brief Sends the command byte and the offset, and reads, in one combined transfer. */
+/**
+ * @brief Sends the command byte and the offset, and reads, in one combined transfer.
+ * @param client       the device
+ * @param ucReg        command byte
+ * @param dwOffsetAddr the offset
+ * @param dwOffsetLen  bytes of the offset
+ * @param dwDataLen    bytes of data
+ * @param pucData      receives the bytes
+ * @return 0, or -1
+ */
 int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
                                   uint32_t dwOffsetLen, uint32_t dwDataLen, uint8_t *pucData);
-/** @brief Sends the command byte, the offset and the data, zeros for a null @p pucData, in one
- * message. */
+
+/**
+ * @brief Sends the command byte, the offset and the data, zeros for a null @p pucData, in one
+ * message.
+ * @param client       the device
+ * @param ucReg        command byte
+ * @param dwOffsetAddr the offset
+ * @param dwOffsetLen  bytes of the offset
+ * @param dwDataLen    bytes of data
+ * @param pucData      the bytes
+ * @return 0, or -1
+ */
 int32_t pango_i2c_write_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
                                    uint32_t dwOffsetLen, uint32_t dwDataLen,
                                    const uint8_t *pucData);
-/** @brief One try of a command byte and a value, with @p bRead followed by a one-byte read. A
- * refusal is success. */
+
+/**
+ * @brief One try of a command byte and a value, with @p bRead followed by a one-byte read. A
+ * refusal is success.
+ * @param client     the device
+ * @param ucReg      command byte
+ * @param dwValue    the value
+ * @param dwValueLen bytes of the value
+ * @param bRead      not 0: read one byte, which is dropped
+ * @return 0, or -1
+ */
 int32_t pango_i2c_write_or_read_with_nack(const ei2c_client *client, uint8_t ucReg,
                                           uint32_t dwValue, uint32_t dwValueLen, int32_t bRead);
 
@@ -791,29 +1259,88 @@ int32_t pango_i2c_write_or_read_with_nack(const ei2c_client *client, uint8_t ucR
  * @return 3 Anlogic, 2 Lattice, 1 Pango, -1 none
  */
 int32_t epld_i2c_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
-/** @brief Identification of an Anlogic EF2, then of an EF3. */
+
+/**
+ * @brief Identification of an Anlogic EF2, then of an EF3.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 0, or -1
+ */
 int32_t epld_anlogic_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
-/** @brief Identification of the SPI flash behind an Anlogic EF2; leaves its port in SPI mode. */
+
+/**
+ * @brief Identification of the SPI flash behind an Anlogic EF2; leaves its port in SPI mode.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 0, or -1
+ */
 int32_t epld_anlogic_ef2_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
-/** @brief Identification of an Anlogic EF3, in reading order. */
+
+/**
+ * @brief Identification of an Anlogic EF3, in reading order.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 0, or -1
+ */
 int32_t epld_anlogic_ef3_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
-/** @brief Identification of a Lattice EPLD. */
+
+/**
+ * @brief Identification of a Lattice EPLD.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 0, or -1
+ */
 int32_t epld_lattice_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
-/** @brief Identification of a Pango EPLD: three bytes, bits in reading order, and a 0. */
+
+/**
+ * @brief Identification of a Pango EPLD: three bytes, bits in reading order, and a 0.
+ * @param ptEpldI2cClient the device
+ * @param pucData         4 bytes, receives the identification
+ * @return 0, or -1
+ */
 int32_t epld_pango_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pucData);
 
-/** @brief Four bytes as a word, the first one most significant. */
+/**
+ * @brief Four bytes as a word, the first one most significant.
+ * @param pucData four bytes
+ * @return the word
+ */
 uint32_t BytesToDword(const uint8_t *pucData);
-/** @brief Reverses the order of the first @p n bytes. */
+
+/**
+ * @brief Reverses the order of the first @p n bytes.
+ * @param pucData the bytes
+ * @param n       how many
+ */
 void reverseArray(uint8_t *pucData, int32_t n);
 
-/** @brief Reads @p wLen bytes at a register of a subcard's EPLD. */
+/**
+ * @brief Reads @p wLen bytes at a register of a subcard's EPLD.
+ * @param client the device
+ * @param ucReg  command byte
+ * @param buf    receives the bytes
+ * @param wLen   how many
+ * @return 0, or -1
+ */
 int32_t epld_card_epld_read(const ei2c_client *client, uint8_t ucReg, uint8_t *buf, uint16_t wLen);
-/** @brief Always -1: there is no subcard EPLD in the table. */
+
+/**
+ * @brief Always -1: there is no subcard EPLD in the table.
+ * @return -1
+ */
 int32_t card_epld_read(void);
-/** @brief Number of subcard EPLDs in the table: 0. */
+
+/**
+ * @brief Number of subcard EPLDs in the table: 0.
+ * @return 0
+ */
 uint32_t card_epld_cnt(void);
-/** @brief An entry of that table. @return null from card_epld_cnt() on. */
+
+/**
+ * @brief An entry of that table.
+ * @param dwIndex index
+ * @return null from card_epld_cnt() on.
+ */
 struct card_epld *card_epld_dev(uint32_t dwIndex);
 
 /** @} */
