@@ -3,6 +3,7 @@
 #include "device_work.h"
 
 #include "tools/qeli2c/failure.h"
+#include "tools/qeli2c/manual.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -29,6 +30,17 @@ using bench::Plan;
 using bench::Shared;
 
 constexpr std::chrono::microseconds kPoll(200);
+
+constexpr tool::Manual kManual = {
+    "load on the I2C devices of a board, every byte checked",
+    ".SH ENVIRONMENT\n"
+    ".TP\n.B QELI2C_BOARD\nThe board file, where \\-\\-board is not given.\n"
+    ".SH EXAMPLE\n.nf\n"
+    "qeli2c\\-sim run \\-\\- qeli2c\\-stress \\-\\-device main\\-registers \\-\\-processes 4 "
+    "\\-\\-transfers 10000\n"
+    ".fi\n"
+    ".SH SEE ALSO\n"
+    "qeli2c(1), qeli2c\\-sim(1), qeli2c(3)\n"};
 
 struct Arguments {
     Plan plan;
@@ -204,30 +216,40 @@ void complete_plan(Arguments &arguments)
                                 " of 256 registers");
 }
 
+// What a range refuses, it tells by itself; --help has the word.
+template <typename Number>
+CLI::Option *add_number(CLI::App &app, const char *name, Number &value, const char *type,
+                        const char *description, Number low, Number high)
+{
+    return app.add_option(name, value, description)
+        ->type_name(type)
+        ->check(CLI::Range(low, high).description(""));
+}
+
 void add_options(CLI::App &app, Arguments &arguments)
 {
-    app.add_option("--processes", arguments.plan.processes, "Processes")
-        ->check(CLI::Range(1, 1000));
-    app.add_option("--threads", arguments.plan.threads, "Threads of each")
-        ->check(CLI::Range(1, 1000));
-    app.add_option("--transfers", arguments.plan.transfers, "End after so many transfers in all");
-    app.add_option("--seconds", arguments.plan.seconds, "End after so long")
-        ->check(CLI::Range(0.001, 1e6));
-    app.add_option("--kills", arguments.plan.kills,
-                   "Kill so many processes within the seconds, and replace each at once");
-    app.add_option("--seed", arguments.plan.seed, "Of the kills; 1 when absent");
-    app.add_flag("--mixed", arguments.plan.mixed,
-                 "Registers by SMBus commands, offsets and holds too");
-    app.add_flag("--faulty", arguments.plan.faulty, "Accesses may fail; wrong bytes still may not");
-    app.add_option("--device", arguments.devices, "Devices, by path or name")
+    Plan &plan = arguments.plan;
+    add_number(app, "--processes", plan.processes, "N", "Processes, 1 to 1000", 1U, 1000U);
+    add_number(app, "--threads", plan.threads, "N", "Threads of each, 1 to 1000", 1U, 1000U);
+    app.add_option("--transfers", plan.transfers, "End after so many transfers in all")
+        ->type_name("N");
+    add_number(app, "--seconds", plan.seconds, "SECONDS", "End after so long", 0.001, 1e6);
+    app.add_option("--kills", plan.kills,
+                   "Kill so many processes within the seconds, and replace each at once")
+        ->type_name("N");
+    app.add_option("--seed", plan.seed, "Of the kills; 1 when absent")->type_name("N");
+    app.add_flag("--mixed", plan.mixed, "Registers by SMBus commands, offsets and holds too");
+    app.add_flag("--faulty", plan.faulty, "Accesses may fail; wrong bytes still may not");
+    app.add_option("--device", arguments.devices, "Devices, by path or name, with commas between")
+        ->type_name("DEVICE")
         ->required()
         ->delimiter(',');
-    app.add_option("--board", arguments.board_file, "Board file; else $QELI2C_BOARD");
-    app.add_option("--max-share-deviation", arguments.most_deviation,
-                   "Largest deviation from the mean share")
-        ->type_name("PERCENT")
-        ->check(CLI::Range(0.0, 1e6));
+    app.add_option("--board", arguments.board_file, "Board file; else $QELI2C_BOARD")
+        ->type_name("FILE");
+    add_number(app, "--max-share-deviation", arguments.most_deviation, "PERCENT",
+               "Largest deviation from the mean share", 0.0, 1e6);
     app.add_flag("--json", arguments.json, "Print the report as JSON");
+    app.set_version_flag("--version", "qeli2c-stress " QELI2C_VERSION);
     app.footer(
         "The devices are dealt out to the workers in turn; each writes patterns into\n"
         "registers, memory or pins of its own and reads them back, in the ways that\n"
@@ -260,6 +282,10 @@ int main(int argc, char **argv)
     Arguments arguments;
     CLI::App app("Puts load on the devices of a board and checks every byte.", "qeli2c-stress");
     add_options(app, arguments);
+    if (argc == 2 && std::strcmp(argv[1], "--man") == 0) { // how the build makes the manual page
+        std::cout << tool::manual_page(app, kManual);
+        return tool::EXIT_DONE;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &success) {

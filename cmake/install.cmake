@@ -36,7 +36,7 @@ install(FILES boards/reference.json boards/board.schema.json
 install(TARGETS qeli2c_sim qeli2c-stress RUNTIME COMPONENT simulator)
 install(TARGETS qelsim LIBRARY DESTINATION ${QELI2C_PRIVATE_LIBDIR} COMPONENT simulator)
 
-# Manual pages: of the program, written by itself, and those kept in docs/man.
+# Manual pages: of the programs, written by themselves, and those kept in docs/man.
 # A program for another machine cannot be asked here: the native build's pages serve it too.
 set(shared ${CMAKE_BINARY_DIR}/share)
 if(CMAKE_CROSSCOMPILING)
@@ -44,16 +44,16 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 install(FILES ${shared}/man/man1/qeli2c.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools OPTIONAL)
+install(FILES ${shared}/man/man1/qeli2c-sim.1 ${shared}/man/man1/qeli2c-stress.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT simulator OPTIONAL)
 install(FILES ${shared}/bash-completion/completions/qeli2c
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools OPTIONAL)
 file(GLOB pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/*.[1-8])
 foreach(page ${pages})
     string(REGEX MATCH "[1-8]$" section ${page})
     set(component development)
-    if(page MATCHES "/qeli2c-(sim|stress)\\.1$|/[^/]*\\.5$")
+    if(section STREQUAL 5)
         set(component simulator)
-    elseif(section STREQUAL 1)
-        set(component tools)
     endif()
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endforeach()

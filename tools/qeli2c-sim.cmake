@@ -45,6 +45,6 @@ target_compile_definitions(qeli2c_sim PRIVATE
     QELI2C_PRIVATE_LIBDIR_FROM_BIN="${QELI2C_PRIVATE_LIBDIR_FROM_BIN}"
     QELI2C_DATADIR_FROM_BIN="${QELI2C_DATADIR_FROM_BIN}")
 target_link_libraries(qeli2c_sim PRIVATE
-    simboard_board qeli2c_tool_parts qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp PkgConfig::fuse3)
+    simboard_board qeli2c_tool_parts qeli2c_manual_page qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp PkgConfig::fuse3)
 # Not linked, but looked for beside the program.
 add_dependencies(qeli2c_sim qelsim boards)

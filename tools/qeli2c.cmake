@@ -10,6 +10,10 @@ add_library(qeli2c_tool_parts STATIC
 target_include_directories(qeli2c_tool_parts PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/include)
 target_link_libraries(qeli2c_tool_parts PUBLIC qeli2c_flags simboard_description)
 
+# How a program's command line becomes its manual page.
+add_library(qeli2c_manual_page STATIC ${CMAKE_CURRENT_LIST_DIR}/qeli2c/manual.cpp)
+target_link_libraries(qeli2c_manual_page PRIVATE qeli2c_flags CLI11::CLI11)
+
 add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/batch.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/bus.cpp
@@ -28,7 +32,6 @@ add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/manual.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/monitor.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/muted.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/output.cpp
@@ -48,16 +51,29 @@ add_executable(qeli2c_program
 set_target_properties(qeli2c_program PROPERTIES OUTPUT_NAME qeli2c)
 target_compile_definitions(qeli2c_program PRIVATE QELI2C_VERSION="${PROJECT_VERSION}")
 target_link_libraries(qeli2c_program PRIVATE
-    qeli2c_tool_parts qeli2c qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
+    qeli2c_tool_parts qeli2c_manual_page qeli2c qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
 
-# The manual page and the completion are what the program tells of itself.
+# Manual pages and completion are what the programs tell of themselves; other pages are written by hand.
+set(pages ${CMAKE_BINARY_DIR}/share/man)
+file(GLOB written CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/*.[0-9])
+foreach(page ${written})
+    cmake_path(GET page EXTENSION LAST_ONLY section)
+    string(REPLACE . man section ${section})
+    cmake_path(GET page FILENAME name)
+    configure_file(${page} ${pages}/${section}/${name} COPYONLY)
+endforeach()
 if(NOT CMAKE_CROSSCOMPILING)
-    set(manual ${CMAKE_BINARY_DIR}/share/man/man1/qeli2c.1)
     set(completion ${CMAKE_BINARY_DIR}/share/bash-completion/completions/qeli2c)
-    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/share/man/man1 ${CMAKE_BINARY_DIR}/share/bash-completion/completions)
-    add_custom_command(OUTPUT ${manual} ${completion}
-        COMMAND qeli2c_program --man > ${manual}
-        COMMAND qeli2c_program --completion bash > ${completion}
-        DEPENDS qeli2c_program VERBATIM)
-    add_custom_target(qeli2c_manual ALL DEPENDS ${manual} ${completion})
+    file(MAKE_DIRECTORY ${pages}/man1 ${CMAKE_BINARY_DIR}/share/bash-completion/completions)
+    add_custom_command(OUTPUT ${completion}
+        COMMAND qeli2c_program --completion bash > ${completion} DEPENDS qeli2c_program VERBATIM)
+    set(manuals ${completion})
+    foreach(program qeli2c_program qeli2c_sim qeli2c-stress)
+        string(REGEX REPLACE "_program$" "" name ${program})
+        string(REPLACE _ - name ${name})
+        set(page ${pages}/man1/${name}.1)
+        add_custom_command(OUTPUT ${page} COMMAND ${program} --man > ${page} DEPENDS ${program} VERBATIM)
+        list(APPEND manuals ${page})
+    endforeach()
+    add_custom_target(qeli2c_manual ALL DEPENDS ${manuals})
 endif()

@@ -1,6 +1,7 @@
-// The command line, parsed by CLI11. The one file that includes it: it takes long to compile.
+// The command line, parsed by CLI11: it takes long to compile, and only this file includes it.
 #include "command_line.h"
 #include "tools/qeli2c/help_formatter.h"
+#include "tools/qeli2c/manual.h"
 #include "tools/qeli2c/number.h"
 
 #include <algorithm>
@@ -30,6 +31,18 @@ public:
         return usage;
     }
 };
+
+constexpr tool::Manual kManual = {
+    "simulated boards with I2C buses",
+    ".SH ENVIRONMENT\n"
+    ".TP\n.B QELI2C_BOARD\nThe board file, where \\-\\-board is not given.\n"
+    ".TP\n.B QELI2C_SIM\nThe board that is meant, where no name is given.\n"
+    "Set inside run, and by what start prints, with LD_PRELOAD and QELI2C_BOARD.\n"
+    ".TP\n.B QELI2C_SIM_DIR\nWhere boards are kept; else in XDG_RUNTIME_DIR, /dev/shm or /tmp.\n"
+    ".TP\n.B TMPDIR\nWhere traces wait that come faster than they are written; else /var/tmp.\n"
+    ".TP\n.B NO_COLOR\nWhen set and not empty, nothing is coloured.\n"
+    ".SH SEE ALSO\n"
+    "qeli2c(1), qeli2c\\-board(5), qeli2c\\-faults(5)\n"};
 
 std::string to_decimal(std::string &text)
 {
@@ -137,6 +150,10 @@ std::optional<int> parse_command_line(int argc, char **argv, Runner &runner,
                "A board that stays: eval \"$(qeli2c-sim start NAME)\"\n"
                "Exit status: 0 done, 1 failed, 2 wrong usage.");
     add_commands(app, runner);
+    if (argc == 2 && std::strcmp(argv[1], "--man") == 0) { // how the build makes the manual page
+        std::cout << tool::manual_page(app, kManual);
+        return kDone;
+    }
     const auto note_command = [&app] {
         for (const CLI::App *command : app.get_subcommands()) {
             chosen_program += " " + command->get_name();

@@ -75,11 +75,22 @@ void describe(CLI::App &app, Tool &tool)
                "exists. Exit status: 0 done, 1 failed, 2 wrong usage.");
 }
 
+constexpr Manual kManual = {
+    "reads and writes devices on I2C buses",
+    ".SH ENVIRONMENT\n"
+    ".TP\n.B QELI2C_BOARD\nThe board file, where \\-\\-board is not given.\n"
+    ".TP\n.B QELPLATFORM_LOG\nWhere the library's log lines go: see qelplatform(7).\n"
+    ".TP\n.B NO_COLOR\nWhen set and not empty, nothing is coloured.\n"
+    ".SH FILES\n"
+    ".TP\n.B /etc/qeli2c/board.json\nThe board file where nothing else names one.\n"
+    ".SH SEE ALSO\n"
+    "qeli2c\\-sim(1), qeli2c(3), qeli2c\\-board(5)\n"};
+
 // How the build makes the manual page and the completion.
 bool write_manual(const CLI::App &app, const std::vector<std::string> &words)
 {
     if (words == std::vector<std::string>{"--man"})
-        std::cout << manual_page(app);
+        std::cout << manual_page(app, kManual);
     else if (words == std::vector<std::string>{"--completion", "bash"})
         std::cout << bash_completion(app);
     else

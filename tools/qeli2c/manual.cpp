@@ -4,6 +4,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cctype>
 #include <sstream>
 #include <vector>
 
@@ -24,6 +25,13 @@ std::string roff(const std::string &text)
         safe += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
     }
     return safe;
+}
+
+std::string upper_case(std::string text)
+{
+    for (char &c : text)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
 }
 
 std::string full_name(const CLI::App &app)
@@ -54,7 +62,8 @@ std::string option_name(const CLI::Option &option)
         name += (name.empty() ? "-" : ", -") + part;
     for (const std::string &part : option.get_lnames())
         name += (name.empty() ? "--" : ", --") + part;
-    return option.get_type_size() > 0 ? name + " " + option.get_type_name() : name;
+    const std::string type = option.get_type_size() > 0 ? option.get_type_name() : "";
+    return type.empty() ? name : name + " " + type;
 }
 
 void write_options(std::ostream &page, const CLI::App &app)
@@ -80,6 +89,8 @@ void write_command(std::ostream &page, const CLI::App &command)
         const std::string name = option->get_name(true);
         usage += option->get_required() ? " " + name : " [" + name + "]";
     }
+    if (command.get_prefix_command())
+        usage += " [--] COMMAND...";
     page << ".SS \"" << roff(usage) << "\"\n" << roff(command.get_description()) << ".\n";
     write_options(page, command);
     write_lines(page, command.get_footer());
@@ -121,25 +132,26 @@ void write_case(std::ostream &script, const CLI::App &app)
 
 } // namespace
 
-std::string manual_page(const CLI::App &app)
+std::string manual_page(const CLI::App &app, const Manual &manual)
 {
+    const std::string name = app.get_name();
+    const bool has_commands = !commands_of(app).empty();
     std::ostringstream page;
-    page << ".TH QELI2C 1 \"\" \"" << app.version() << "\"\n"
-         << ".SH NAME\nqeli2c \\- reads and writes devices on I2C buses\n"
-         << ".SH SYNOPSIS\n.B qeli2c\n[OPTIONS] COMMAND [ARGUMENTS]\n"
+    page << ".TH " << upper_case(roff(name)) << " 1 \"\" \"" << app.version() << "\"\n"
+         << ".SH NAME\n"
+         << roff(name) << " \\- " << roff(manual.purpose) << "\n"
+         << ".SH SYNOPSIS\n.B " << roff(name) << "\n"
+         << (has_commands ? "[OPTIONS] COMMAND [ARGUMENTS]\n" : "[OPTIONS]\n")
          << ".SH DESCRIPTION\n"
          << roff(app.get_description()) << "\n";
     write_lines(page, app.get_footer());
-    page << ".SH OPTIONS\nEvery command takes them.\n";
+    page << ".SH OPTIONS\n" << (app.get_fallthrough() ? "Every command takes them.\n" : "");
     write_options(page, app);
-    page << ".SH COMMANDS\n";
+    if (has_commands)
+        page << ".SH COMMANDS\n";
     for (const CLI::App *command : commands_of(app))
         write_command(page, *command);
-    page << ".SH ENVIRONMENT\n"
-            ".TP\n.B QELI2C_BOARD\nThe board file, where \\-\\-board is not given.\n"
-            ".TP\n.B NO_COLOR\nWhen set and not empty, nothing is coloured.\n"
-            ".SH FILES\n"
-            ".TP\n.B /etc/qeli2c/board.json\nThe board file where nothing else names one.\n";
+    page << manual.end;
     return page.str();
 }
 
