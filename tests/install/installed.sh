@@ -25,7 +25,7 @@ done < <(find "$prefix" -type f \( -perm -u+x -o -name '*.so*' \))
 ! grep -rlF -e "$build" -e "$sources" -e /opt/qeli2c "$prefix/include" "$libdir/pkgconfig" "$libdir/cmake" "$prefix/share/man" ||
     fail "they name where they come from"
 for wanted in include/qelplatform.h bin/qeli2c bin/qeli2c-sim bin/qeli2c-stress share/qeli2c/boards/board.schema.json \
-    share/man/man1/qeli2c.1 share/bash-completion/completions/qeli2c share/doc/qeli2c/CHANGELOG.md; do
+    share/man/man1/qeli2c.1 share/man/man1/qeli2c-sim.1 share/man/man3/qeli2c.3 share/bash-completion/completions/qeli2c share/doc/qeli2c/CHANGELOG.md; do
     [ -s "$prefix/$wanted" ] || fail "no $wanted"
 done
 
