@@ -171,24 +171,6 @@ TEST(ReleasingAHold, GivesTheResultOfTheSemaphore)
                 {no_registry(), unlock_file(fd_of(5)), unlock_semaphore(5)});
 }
 
-TEST(UnlockedTransfer, WithoutARecordOrAnAdapterFails)
-{
-    const ei2c_client device = model::device_behind(0, fresh_bus());
-    fail_next_mutex_lock();
-    EXPECT_PLAY(-1, ei2c_smbus_xfer_without_lock(&bare, 0, 1, 1, nullptr), {no_registry()});
-    Script script;
-    for (int times = 0; times < 4; ++times) {
-        script += argument_check("ui2c_ioctls", "ui2c_adapter_fd", "adapter");
-        script +=
-            line135("ui2c_smbus_xfer(%u,50) = -1, %s\n", device.bus, with_errno(ENOMEM).c_str());
-    }
-    script += line135("bus=%u, addr=50, swiaddr=0, swichnl=0, ret=0, xfer=-1, tries=4, retries=3, "
-                      "errno=12, %s\n",
-                      device.bus, error_text(ENOMEM).c_str());
-    fail_allocation(1);
-    EXPECT_PLAY(-1, ei2c_smbus_xfer_without_lock(&device, 0, 1, 1, nullptr), script);
-}
-
 TEST(MctpTransfer, ReadsTheResponseOfAWrite)
 {
     const Fault broken = {Fault::request, -6, EREMOTEIO};
@@ -261,18 +243,6 @@ TEST(MctpResponse, OfADeviceWhoseNameHasNoEndPrintsTheRecordsNameOnly)
     EXPECT_PLAY(0, qel_ei2c_smbus_xfer_read(&device, 61, &value, &length),
                 {read_mctp(61, 0),
                  line135("pcie name nnnnnnnnnnnnnnnn, ioctl I2C_MCTP_READ finsh ret: 0 \n")});
-}
-
-TEST(MctpCalls, WithoutARecordTouchNothing)
-{
-    uint8_t value = 0xee;
-    uint32_t length = 99;
-    fail_next_mutex_lock();
-    EXPECT_PLAY(-1, qel_ei2c_smbus_xfer_read(&bare, 1, &value, &length), {no_registry()});
-    fail_next_mutex_lock();
-    EXPECT_PLAY(-1, ei2c_smbus_xfer_wtrd(&bare, 1, 0, 0, 5, nullptr, &value, &length, 0),
-                {no_registry()});
-    EXPECT_EQ(length, 99U);
 }
 
 } // namespace

@@ -66,13 +66,6 @@ TEST(Semaphore, ExistsOnlyForBusesUpToFifteen)
     EXPECT_PLAY(61, ui2c_adapter_fd(ui2c_to_adapter(16)), {open_bus(16, 61)});
 }
 
-TEST(Semaphore, NeedsTheDataOfItsBus)
-{
-    ui2c_adapter *adapter = ui2c_to_adapter(13);
-    fail_allocation(1);
-    EXPECT_PLAY(-1, ipc_lock_adapter(adapter), {no_semaphore(13)});
-}
-
 TEST(Release, PassesTheServicesResultOn)
 {
     EXPECT_PLAY(5, ipc_unlock_adapter(semaphore_of(9)), {unlock_semaphore(9, 5)});
@@ -124,50 +117,6 @@ TEST(OwnerTable, IsMappedOnceAndKeepsTheProcessIdOfThatMoment)
             play({}, [&] { return record_owner(bus); });
         for (uint32_t slot = 0; slot < 32; ++slot)
             EXPECT_EQ(owner_table()[slot], slot == 0 || slot == 3 || slot == 15 ? 4711U : 0xcafeU);
-    });
-}
-
-TEST(OwnerTable, IsMappedAgainAfterEachFailure)
-{
-    in_new_process([] {
-        const Event no_file = line132("[ui2c_ioctls] Failed to get device fd.\n");
-        const Event no_mapping = line132("[ui2c_ioctls] Failed to get mem vir addr.\n");
-        for (int times = 0; times < 2; ++times) {
-            play({open_memory(-1, EACCES), no_file}, [] { return record_owner(2); });
-            play({open_memory(), map_memory(-1, EPERM), no_mapping, close_memory()},
-                 [] { return record_owner(2); });
-            EXPECT_EQ(mapFlag, 0U);
-            EXPECT_EQ(tpidMap, 0U);
-            EXPECT_EQ(owner_table()[2], 0U);
-        }
-        play({open_memory(), map_memory(), close_memory()}, [] { return record_owner(2); });
-        EXPECT_NE(owner_table()[2], 0U);
-    });
-}
-
-TEST(OwnerTable, OutOfReachDoesNotStopATransfer)
-{
-    in_new_process([] {
-        const uint32_t bus = 6;
-        const ei2c_client device = {bus, 0x50, 0, 0, 0, ""};
-        const int fd = fd_of(bus);
-        const Script script = {
-            open_bus(bus, fd),
-            create_semaphore(12390, semaphore_of(bus)),
-            lock_semaphore(bus),
-            open_memory(-1, ENOENT),
-            line132("[ui2c_ioctls] Failed to get device fd.\n"),
-            lock_file(fd),
-            line135("ui2c_smbus_xfer() bus=6, addr=50, r/w=0 cmd=9 start\n"),
-            set_slave(fd, false, 0x50),
-            set_pec(fd, 0),
-            wait_ready(fd, false),
-            smbus(fd, 0, 9, 1, {}),
-            line135("ui2c_smbus_xfer() bus=6, addr=50 stop\n"),
-            unlock_file(fd),
-            unlock_semaphore(bus),
-        };
-        EXPECT_PLAY(0, ei2c_smbus_write_byte(&device, 9), script);
     });
 }
 

@@ -107,20 +107,4 @@ TEST(Path, WithoutARecordFails)
                 {no_registry(), line132("Pointer _uc is NULL\n")});
 }
 
-// The bus's own record could not be allocated: its switches and devices have no adapter.
-TEST(Path, WithoutAnAdapterEndsInTheDescriptorCheck)
-{
-    const ei2c_client device = model::device_behind(1, fresh_bus());
-    for (const auto &[call, what] :
-         {std::pair(&SelectSwitch, "swi_select"), {&DeselectSwitch, "swi_deselect"}}) {
-        Story story = {device.bus, argument_check("ui2c_ioctls", "ui2c_adapter_fd", "adapter"),
-                       ENOMEM};
-        story.script += line135("ui2c_rdwr_xfer = -1, %s\n", with_errno(ENOMEM).c_str());
-        model::line_if_failed(story, device, what, -1);
-        fail_allocation(1);
-        const auto run = call;
-        EXPECT_PLAY(-1, run(&device), story.script);
-    }
-}
-
 } // namespace
