@@ -59,7 +59,11 @@ constexpr bool kAsShipped = false;
 #else
 constexpr bool kAsShipped = true;
 #endif
+#ifdef __SANITIZE_ADDRESS__
+constexpr size_t kShare = 16;
+#else
 constexpr size_t kShare = kAsShipped ? 1 : 4;
+#endif
 
 constexpr const char *kModes[] = {"once", "kind", "later", "timeout"};
 constexpr int kPatience = 20000; // milliseconds
