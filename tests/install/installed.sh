@@ -31,7 +31,9 @@ done
 
 on_board() { "$prefix/bin/qeli2c-sim" run -- "$@" >"$scratch/out" 2>&1 || fail "$*: $(cat "$scratch/out")"; }
 uses() { # PROGRAM: with the installed library and no other
-    ldd "$1" | grep -qF "$libdir/libqeli2c.so.1" || fail "$1 has another library: $(ldd "$1")"
+    local libraries
+    libraries=$(ldd "$1")
+    [[ $libraries == *"$libdir/libqeli2c.so.1"* ]] || fail "$1 has another library: $libraries"
     on_board "$1"
 }
 examples=$prefix/share/doc/qeli2c/examples
