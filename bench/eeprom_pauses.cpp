@@ -14,8 +14,9 @@ namespace
 
 constexpr int32_t kSize = 65536;
 constexpr int32_t kChunk = 32;
-constexpr double kWritePausesS = kSize / kChunk * 0.025;
-constexpr double kReadPausesS = kSize / kChunk * 0.005;
+constexpr int32_t kChunks = kSize / kChunk;
+constexpr double kWritePausesS = kChunks * 0.025;
+constexpr double kReadPausesS = kChunks * 0.005;
 
 template <typename Call>
 double seconds(Call call)

@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <initializer_list>
 #include <iostream>
@@ -275,9 +277,7 @@ int stress(Arguments &arguments)
     return clean ? tool::EXIT_DONE : tool::EXIT_FAILED;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run(int argc, char **argv)
 {
     Arguments arguments;
     CLI::App app("Puts load on the devices of a board and checks every byte.", "qeli2c-stress");
@@ -299,5 +299,17 @@ int main(int argc, char **argv)
     } catch (const tool::Failure &failure) {
         std::cerr << "qeli2c-stress: " << failure.message << "\n";
         return failure.status;
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "qeli2c-stress: %s\n", error.what());
+        return tool::EXIT_FAILED;
     }
 }

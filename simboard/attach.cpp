@@ -96,7 +96,7 @@ const Attachment *make_attachment(const char *directory)
     }
     Attachment *const made = static_cast<Attachment *>(area);
     made->state = state;
-    strcpy(made->directory, directory);
+    memcpy(made->directory, directory, strlen(directory) + 1);
     const Attachment *head = newest.load(std::memory_order_acquire);
     do {
         // Threads that arrive together may each map the board; one mapping too many does no harm.

@@ -48,6 +48,7 @@ long plain_transfer(State &state, int fd, const Descriptor &descriptor, bool rea
         return result;
     }
     if (reading && length > 0) {
+        // cppcheck-suppress uninitvar ; the transfer has filled it, through the message
         memcpy(buffer, bytes, length);
     }
     return static_cast<long>(length);

@@ -42,6 +42,7 @@ struct Wires {
     uint16_t touched[kChipsPerBus];  // chips that took part since the last STOP
 
     // The arrays stay uninitialised: clearing them would cost more than most transfers.
+    // cppcheck-suppress uninitMemberVar ; as said
     Wires(State &board, Bus &wires, const Task &caller, Counters &counts, uint64_t now)
         : state(board), bus(wires), task(caller), counters(counts), start_ns(now)
     {

@@ -12,7 +12,8 @@
 
 // The C++ compiler always asks for the GNU strerror_r; this is the C library's name of the POSIX
 // one.
-extern "C" int __xpg_strerror_r(int errnum, char *text, size_t size); // NOLINT
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's to use
+extern "C" int __xpg_strerror_r(int errnum, char *text, size_t size);
 
 uintptr_t tpidMap = 0;
 uint32_t mapFlag = 0;
@@ -43,6 +44,7 @@ int32_t open_device_file(uint32_t bus)
     return fd;
 }
 
+// Lines of the log and failed checks tell this name.
 int32_t _adapter_ipcsemid(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
 {
     QEL_REQUIRE(adapter, -1);
@@ -85,6 +87,7 @@ bool owner_table_mapped()
 
 } // namespace
 
+// Failed checks tell this name.
 ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-identifier)
 {
     QEL_REQUIRE(adapter, nullptr);
@@ -166,6 +169,7 @@ int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
             return -1;
     }
     if (adapter->bus < kLockableBuses) {
+        // A global of the interface holds the address as a number.
         auto *slots = reinterpret_cast<uint32_t *>(tpidMap); // NOLINT(performance-no-int-to-ptr)
         __atomic_store_n(slots + adapter->bus, pid, __ATOMIC_RELAXED);
     }

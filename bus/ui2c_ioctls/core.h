@@ -9,7 +9,7 @@
 
 constexpr char kLogTag[] = "ui2c_ioctls";
 
-// bus_lock
+// bus_lock (failed checks tell the name)
 ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter); // NOLINT(bugprone-reserved-identifier)
 
 // switch_path

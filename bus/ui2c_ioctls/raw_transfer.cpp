@@ -56,7 +56,8 @@ void audit_smbus(const ui2c_adapter &adapter, uint16_t addr, char read_write, ui
         return;
     const int bus = static_cast<int>(adapter.bus);
     if ((size == I2C_SMBUS_BYTE_DATA || size == I2C_SMBUS_WORD_DATA) && data[0] == kAuditedValue) {
-        const unsigned value = size == I2C_SMBUS_WORD_DATA ? data[0] | data[1] << 8U : data[0];
+        const unsigned high = size == I2C_SMBUS_WORD_DATA ? data[1] : 0;
+        const unsigned value = high << 8 | data[0];
         _ssp_info(64, kLogTag, __LINE__, "ui2c_smbus_xfer",
                   "[%d] bus=%d, addr=%x r/w=%d cmd=%x data=%x", getpid(), bus, addr, read_write,
                   command, value);

@@ -139,8 +139,8 @@ void transfer(const CuseCall &call, const std::vector<Message> &messages, const 
     std::vector<Bytes> memory;
     std::vector<i2c_msg> own;
     for (const Message &message : messages) {
-        Bytes &bytes = memory.emplace_back(std::max<size_t>(message.length, 1));
-        std::copy_n(given, message.given(), bytes.begin());
+        memory.emplace_back(std::max<size_t>(message.length, 1));
+        std::copy_n(given, message.given(), memory.back().begin());
         given += message.given();
         own.push_back({message.address, message.flags, message.length, nullptr});
     }

@@ -30,7 +30,7 @@ std::vector<std::string> words_of(const std::string &line)
     char quote = 0;
     for (const char c : line) {
         if (quote ? c == quote : c == '\'' || c == '"') {
-            quote = quote ? 0 : c;
+            quote = quote ? '\0' : c;
             if (!in_word)
                 words.emplace_back();
             in_word = true;
