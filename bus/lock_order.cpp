@@ -17,7 +17,7 @@ constexpr uint32_t kLockableBuses = 16;
 
 // Guarded by the bus's semaphore, but for a caller that gives back what it does not hold.
 struct BusState {
-    Lock lock = Lock::none;
+    int32_t lock = static_cast<int32_t>(Lock::none);
     int32_t semid = -1;
     int32_t thread = 0;
 };
@@ -30,12 +30,12 @@ int32_t current_thread()
 
 Lock lock_of(const BusState &state)
 {
-    return __atomic_load_n(&state.lock, __ATOMIC_ACQUIRE);
+    return static_cast<Lock>(__atomic_load_n(&state.lock, __ATOMIC_ACQUIRE));
 }
 
 void set_lock(BusState &state, Lock lock)
 {
-    __atomic_store_n(&state.lock, lock, __ATOMIC_RELEASE);
+    __atomic_store_n(&state.lock, static_cast<int32_t>(lock), __ATOMIC_RELEASE);
 }
 
 [[noreturn]] void fail(uint32_t line, const char *function, const char *text)

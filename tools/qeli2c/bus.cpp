@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <iostream>
 #include <map>
+#include <new>
 #include <optional>
 
 namespace tool
@@ -205,7 +206,10 @@ std::vector<BusStatistics> fresh(const std::vector<uint32_t> &buses)
     for (const uint32_t bus : buses) {
         all.emplace_back();
         all.back().bus = bus;
-        all.back().adapter = ui2c_to_client(bus, kFirstAddress, 0, 0)->adapter;
+        const ui2c_client *const found = ui2c_to_client(bus, kFirstAddress, 0, 0);
+        if (!found || !found->adapter)
+            throw std::bad_alloc();
+        all.back().adapter = found->adapter;
     }
     return all;
 }

@@ -56,8 +56,9 @@ Hold::Hold(const DevicePath &path, With with) : client_(to_client(path)), with_(
             close_upstream(path);
         return;
     }
-    adapter_ =
-        ui2c_to_client(client_.bus, client_.addr, client_.swi_addr, client_.swi_chnl)->adapter;
+    const ui2c_client *const found =
+        ui2c_to_client(client_.bus, client_.addr, client_.swi_addr, client_.swi_chnl);
+    adapter_ = found ? found->adapter : nullptr; // transfers refuse a null one
 }
 
 Hold::Hold(const Target &target, const std::string &doing) : Hold(target.path)
