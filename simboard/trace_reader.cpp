@@ -197,6 +197,7 @@ std::vector<TransferRecord> read_trace(const BoardView &view, uint32_t bus)
     while (read_further(view, bus, cursor, entries)) {
     }
     std::vector<TransferRecord> records;
+    records.reserve(entries.size());
     for (TraceEntry &entry : entries) {
         records.push_back(std::move(entry.record));
     }
