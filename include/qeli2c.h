@@ -64,6 +64,12 @@ extern "C" {
 #pragma GCC visibility push(default)
 #endif
 
+/**
+ * @defgroup device Devices
+ * @brief How a device is named, and what the calls have in common.
+ * @{
+ */
+
 /** Result when the bus's device file is not open and cannot be opened, and of a channel number
  * above 7. */
 #define QELI2C_NO_DEVICE_FILE (-12345678)
@@ -90,6 +96,8 @@ typedef struct ei2c_client {
     uint32_t swi_chnl; /**< Low and high half: the channel, 0 to 7, to open on each of the two. */
     char pcie_name[16]; /**< NUL-terminated name printed by the MCTP calls. */
 } ei2c_client;
+
+/** @} */
 
 /**
  * @defgroup registry Registry
@@ -824,6 +832,12 @@ int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *p
 /** @} */
 
 /**
+ * @defgroup status Bus controllers
+ * @brief What the controller of a bus says of it. Buses 0 to 15; needs `/dev/mem`.
+ * @{
+ */
+
+/**
  * @brief Bit 16 of a bus controller's status register, at physical 0x1E78A088 + 0x80 x bus; no bus
  * traffic, no lock.
  * @param busNo  0 to 15
@@ -831,6 +845,8 @@ int32_t unlockAndDeselectBridge_Ridgeback(const ei2c_client *eclient, int32_t *p
  * @return 0, or -1
  */
 int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status);
+
+/** @} */
 
 /**
  * @defgroup pca9535 PCA9535 GPIO expander
