@@ -17,6 +17,7 @@ target_link_libraries(qeli2c_manual_page PRIVATE qeli2c_flags CLI11::CLI11)
 add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/batch.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/bus.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/call_checks.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/chart.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/child.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/command_line.cpp
@@ -31,6 +32,7 @@ add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/info.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/interrupt.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/list.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/lock_checks.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/main.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/monitor.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/muted.cpp
@@ -43,6 +45,7 @@ add_executable(qeli2c_program
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/retimer.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/scan_print.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/qeli2c/selftest.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/set.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/smbus.cpp
     ${CMAKE_CURRENT_LIST_DIR}/qeli2c/switch.cpp
@@ -51,7 +54,7 @@ add_executable(qeli2c_program
 set_target_properties(qeli2c_program PROPERTIES OUTPUT_NAME qeli2c)
 target_compile_definitions(qeli2c_program PRIVATE QELI2C_VERSION="${PROJECT_VERSION}")
 target_link_libraries(qeli2c_program PRIVATE
-    qeli2c_tool_parts qeli2c_manual_page qeli2c qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
+    qeli2c_tool_parts qeli2c_manual_page qeli2c qelplatform qeli2c_flags CLI11::CLI11 JsonCpp::JsonCpp)
 
 # Manual pages and completion are what the programs tell of themselves; other pages are written by hand.
 set(pages ${CMAKE_BINARY_DIR}/share/man)

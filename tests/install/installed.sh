@@ -51,3 +51,8 @@ uses "$scratch/consumer/board_power"
 on_board "$prefix/bin/qeli2c" scan 4
 grep -q id-eeprom "$scratch/out" || fail "no id-eeprom: $(cat "$scratch/out")"
 on_board "$prefix/bin/qeli2c-stress" --help
+
+# A board's own platform services are linked instead of this host's.
+{ cmake -G Ninja -S "$sources" -B "$scratch/board" "-DQELI2C_PLATFORM_LIBRARIES=-L$libdir;-lqelplatform" &&
+    cmake --build "$scratch/board" --target qeli2c; } >"$scratch/log" 2>&1 || fail "$(cat "$scratch/log")"
+[ -e "$scratch/board/lib/libqeli2c.so.1" ] && [ ! -e "$scratch/board/lib/libqelplatform.so.1" ] || fail "$(ls "$scratch/board/lib")"

@@ -37,10 +37,12 @@ const struct {
     const char *name;
     void (*add)(CLI::App &app, Tool &tool);
 } kCommands[] = {
-    {"scan", add_scan},     {"get", add_get},     {"set", add_set},         {"dump", add_dump},
-    {"xfer", add_xfer},     {"smbus", add_smbus}, {"gpio", add_gpio},       {"epld", add_epld},
-    {"eeprom", add_eeprom}, {"power", add_power}, {"retimer", add_retimer}, {"switch", add_switch},
-    {"bus", add_bus},       {"list", add_list},   {"info", add_info},       {"batch", add_batch},
+    {"scan", add_scan},   {"get", add_get},           {"set", add_set},
+    {"dump", add_dump},   {"xfer", add_xfer},         {"smbus", add_smbus},
+    {"gpio", add_gpio},   {"epld", add_epld},         {"eeprom", add_eeprom},
+    {"power", add_power}, {"retimer", add_retimer},   {"switch", add_switch},
+    {"bus", add_bus},     {"list", add_list},         {"info", add_info},
+    {"batch", add_batch}, {"selftest", add_selftest},
 };
 
 // Describing them all takes longer than most commands do, so only those are described whose names

@@ -47,6 +47,7 @@ void add_bus(CLI::App &app, Tool &tool);
 void add_batch(CLI::App &app, Tool &tool);
 void add_list(CLI::App &app, Tool &tool);
 void add_info(CLI::App &app, Tool &tool);
+void add_selftest(CLI::App &app, Tool &tool);
 
 } // namespace tool
 
