@@ -26,7 +26,7 @@ configure_file(cmake/qeli2cConfig.cmake.in ${CMAKE_BINARY_DIR}/qeli2cConfig.cmak
 install(FILES ${CMAKE_BINARY_DIR}/qeli2cConfig.cmake ${CMAKE_BINARY_DIR}/qeli2cConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN man EXCLUDE)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development PATTERN man EXCLUDE PATTERN api EXCLUDE)
 install(FILES examples/board_tour.c examples/board_power.cpp examples/read_eeprom.py examples/consumer/CMakeLists.txt
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 
