@@ -14,7 +14,7 @@ import sys
 
 from manual import blocks
 
-TREES = "api|bench|boards|bus|cmake|docs|drivers|epld|examples|include|packaging|platform|scripts|simboard|tests|tools"
+TREES = "abi|api|bench|boards|bus|cmake|docs|drivers|epld|examples|include|packaging|platform|scripts|simboard|tests|tools"
 OURS = {"qeli2c", "qeli2c-sim", "qeli2c-stress"}
 
 
