@@ -362,6 +362,7 @@ void work_on_words(const Job &job, uint64_t sequence, Worker &result)
     attempt(result, 0, [&] { return ei2c_pca9535_set_word_value(io, kMask, levels); });
     attempt(result, 0, [&] { return pca9535_gpio_word_direction_input(io, kMask); });
     attempt(result, 0, [&] { return ei2c_pca9535_get_word_value(io, kMask, &read); });
+    read = 0; // a failed read gives 0 as its result, and leaves the value
     const bool high = ei2c_pca9535_get_output_value(io, pin, &read) == 0 && read != 0;
     if (high && read != 1U << pin)
         note_wrong_byte(result, 0, 0, static_cast<uint8_t>(read));
