@@ -1,7 +1,8 @@
-// How much longer than its mandated pauses a whole EEPROM takes to write and to read back: 64 KiB
-// are 2048 chunks of 32 bytes, 25 ms after each one written and 5 ms after each one read.
+// How much longer than its mandated pauses and its bits at 400 kHz a whole EEPROM takes to write
+// and to read back: 64 KiB are 2048 chunks of 32 bytes, 25 ms after each one written and 5 ms after
+// each one read.
 //
-//     qeli2c-sim run -- eeprom_pauses          (takes a minute)
+//     qeli2c-sim run --speed 400k -- eeprom_pauses          (takes a minute)
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -15,8 +16,14 @@ namespace
 constexpr int32_t kSize = 65536;
 constexpr int32_t kChunk = 32;
 constexpr int32_t kChunks = kSize / kChunk;
-constexpr double kWritePausesS = kChunks * 0.025;
-constexpr double kReadPausesS = kChunks * 0.005;
+constexpr double kBitS = 1 / 400e3;
+// START, nine bits a byte, STOP: two switches opened and closed, the address and the offset, the
+// data; a read has a repeated START and the address once more.
+constexpr int kSwitchBits = 4 * (1 + 9 * 2 + 1);
+constexpr int kWriteBits = kSwitchBits + 1 + 9 * (1 + 2 + kChunk) + 1;
+constexpr int kReadBits = kSwitchBits + 1 + 9 * (1 + 2) + 1 + 9 * (1 + kChunk) + 1;
+constexpr double kWriteLeastS = kChunks * (0.025 + kWriteBits * kBitS);
+constexpr double kReadLeastS = kChunks * (0.005 + kReadBits * kBitS);
 
 template <typename Call>
 double seconds(Call call)
@@ -48,11 +55,11 @@ int main()
                       read == data ? "equal" : "different");
         return 1;
     }
-    (void)printf("write %8.3f s, pauses %8.3f s, ratio %.4f\n", write_s, kWritePausesS,
-                 write_s / kWritePausesS);
-    (void)printf("read  %8.3f s, pauses %8.3f s, ratio %.4f\n", read_s, kReadPausesS,
-                 read_s / kReadPausesS);
-    (void)printf("both  %8.3f s, pauses %8.3f s, ratio %.4f\n", write_s + read_s,
-                 kWritePausesS + kReadPausesS, (write_s + read_s) / (kWritePausesS + kReadPausesS));
+    (void)printf("write %8.3f s, least %8.3f s, ratio %.4f\n", write_s, kWriteLeastS,
+                 write_s / kWriteLeastS);
+    (void)printf("read  %8.3f s, least %8.3f s, ratio %.4f\n", read_s, kReadLeastS,
+                 read_s / kReadLeastS);
+    (void)printf("both  %8.3f s, least %8.3f s, ratio %.4f\n", write_s + read_s,
+                 kWriteLeastS + kReadLeastS, (write_s + read_s) / (kWriteLeastS + kReadLeastS));
     return 0;
 }
