@@ -20,26 +20,6 @@ timespec monotonic_now()
     return now;
 }
 
-struct SetsOfDescriptors {
-    fd_set read;
-    fd_set write;
-    fd_set except;
-};
-
-void keep(fd_set &kept, const fd_set *set)
-{
-    if (set != nullptr) {
-        kept = *set;
-    }
-}
-
-void restore(fd_set *set, const fd_set &kept)
-{
-    if (set != nullptr) {
-        *set = kept;
-    }
-}
-
 int64_t microseconds_of(const timeval &time)
 {
     int64_t microseconds = 0;
@@ -86,23 +66,23 @@ int sigwrap_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfd
         errno = EINVAL; // an fd_set ends there, whatever the kernel would accept
         return -1;
     }
-    SetsOfDescriptors asked;
-    keep(asked.read, readfds);
-    keep(asked.write, writefds);
-    keep(asked.except, exceptfds);
-    const int64_t whole = timeout != nullptr ? microseconds_of(*timeout) : 0;
-    const timespec start = timeout != nullptr ? monotonic_now() : timespec{};
+    // An interrupted select leaves the sets as they were, and Linux notes in `timeout` what is left
+    // of it. Where that is not noted, under emulators, the time counts from the first interruption.
+    int64_t whole = 0;
+    timespec start = {};
+    bool interrupted = false;
     for (;;) {
         const int ready = select(nfds, readfds, writefds, exceptfds, timeout);
-        if (ready >= 0 || errno != EINTR) {
+        if (ready >= 0 || errno != EINTR)
             return ready;
+        if (timeout == nullptr)
+            continue;
+        if (!interrupted) {
+            whole = microseconds_of(*timeout);
+            start = monotonic_now();
+            interrupted = true;
         }
-        restore(readfds, asked.read);
-        restore(writefds, asked.write);
-        restore(exceptfds, asked.except);
-        if (timeout != nullptr) {
-            *timeout = remaining(whole, start);
-        }
+        *timeout = remaining(whole, start);
     }
 }
 
