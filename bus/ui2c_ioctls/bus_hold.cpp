@@ -52,6 +52,7 @@ int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_
     QEL_REQUIRE(eclient, -1);
     if (eclient->bus > kHighestBus)
         return -1;
+    const CancellationPutOff put_off;
     const int32_t ret = release_bus(*eclient, fd, sdwSemId);
     if (ret >= 0)
         QEL_RUNTIME_TEXT("ei2c_smbus_unlock_adapter success. \n");

@@ -47,7 +47,7 @@ enum : int32_t {
 
 // take_held, or one of the above or QELI2C_NO_DEVICE_FILE with nothing held.
 int32_t take_bus(const ei2c_client &eclient, TakeLines lines, HeldBus &held);
-// The result of releasing the semaphore.
+// The result of releasing the semaphore. The caller puts off a cancellation of its thread.
 int32_t release_bus(const ei2c_client &eclient, int32_t fd, int32_t semid);
 
 // One transfer step of the retry loop, as plain data.

@@ -101,7 +101,6 @@ int32_t take_bus(const ei2c_client &eclient, TakeLines lines, HeldBus &held)
 
 int32_t release_bus(const ei2c_client &eclient, int32_t fd, int32_t semid)
 {
-    const CancellationPutOff put_off;
     note_unlock(eclient.bus, Lock::owner);
     (void)surrender_i2c_access(fd);
     return release_semaphore(eclient.bus, semid);
