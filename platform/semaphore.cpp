@@ -227,7 +227,10 @@ int32_t OAL_SemLockBySemId(int32_t id, uint32_t wait)
     for (;;) {
         const int set = handle->set.load(std::memory_order_acquire);
         if (take(set, limit, interruptions) == 0) {
-            handle->held_set.exchange(set, std::memory_order_acq_rel);
+            // Whoever has the semaphore is alone here, so no exchange is needed; what the last
+            // holder in this process did comes before what this one does.
+            (void)handle->held_set.load(std::memory_order_acquire);
+            handle->held_set.store(set, std::memory_order_release);
             taken[static_cast<uint32_t>(id)].set = set;
             return 0;
         }
