@@ -16,25 +16,30 @@ void unlock_registry();
 bool lock_first_use();
 void unlock_first_use();
 
-// Gives `cached`, an id or a descriptor, creating it first when it is negative. Threads that arrive
-// together wait for one creation; the negative result of a failed one is kept, and tried again by
-// the next caller.
+// Not inlined: what happens once is kept out of the way of what happens in every call.
 template <typename Create>
-int32_t create_once(int32_t &cached, Create create)
+[[gnu::noinline]] int32_t create_under_lock(int32_t &cached, Create create)
 {
-    int32_t value = __atomic_load_n(&cached, __ATOMIC_ACQUIRE);
-    if (value >= 0)
-        return value;
     const CancellationPutOff put_off;
     if (!lock_first_use())
         return -1;
-    value = cached;
+    int32_t value = cached;
     if (value < 0) {
         value = create();
         __atomic_store_n(&cached, value, __ATOMIC_RELEASE);
     }
     unlock_first_use();
     return value;
+}
+
+// Gives `cached`, an id or a descriptor, creating it first when it is negative. Threads that arrive
+// together wait for one creation; the negative result of a failed one is kept, and tried again by
+// the next caller.
+template <typename Create>
+int32_t create_once(int32_t &cached, Create create)
+{
+    const int32_t value = __atomic_load_n(&cached, __ATOMIC_ACQUIRE);
+    return value >= 0 ? value : create_under_lock(cached, create);
 }
 
 #endif

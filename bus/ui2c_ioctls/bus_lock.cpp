@@ -59,6 +59,24 @@ int32_t _adapter_ipcsemid(ui2c_adapter *adapter) // NOLINT(bugprone-reserved-ide
     return semid;
 }
 
+[[gnu::noinline]] ui2c_adapter_data *create_adapter_data(ui2c_adapter &adapter)
+{
+    if (!lock_first_use())
+        return nullptr;
+    ui2c_adapter_data *data = adapter.data;
+    if (data == nullptr) {
+        data = static_cast<ui2c_adapter_data *>(malloc(sizeof(*data)));
+        if (data != nullptr) {
+            (void)qel_memset_s(data, sizeof(*data), 0, sizeof(*data));
+            data->fd = -1;
+            data->semid = -1;
+            __atomic_store_n(&adapter.data, data, __ATOMIC_RELEASE);
+        }
+    }
+    unlock_first_use();
+    return data;
+}
+
 // Under the first-use mutex, with the table not mapped yet.
 void map_owner_table()
 {
@@ -85,6 +103,17 @@ bool owner_table_mapped()
     return __atomic_load_n(&mapFlag, __ATOMIC_ACQUIRE) != 0;
 }
 
+[[gnu::noinline]] bool map_owner_table_once()
+{
+    const CancellationPutOff put_off;
+    if (!lock_first_use())
+        return false;
+    if (!owner_table_mapped())
+        map_owner_table();
+    unlock_first_use();
+    return owner_table_mapped();
+}
+
 } // namespace
 
 // Failed checks tell this name.
@@ -92,22 +121,7 @@ ui2c_adapter_data *__adapter_data(ui2c_adapter *adapter) // NOLINT(bugprone-rese
 {
     QEL_REQUIRE(adapter, nullptr);
     ui2c_adapter_data *data = __atomic_load_n(&adapter->data, __ATOMIC_ACQUIRE);
-    if (data != nullptr)
-        return data;
-    if (!lock_first_use())
-        return nullptr;
-    data = adapter->data;
-    if (data == nullptr) {
-        data = static_cast<ui2c_adapter_data *>(malloc(sizeof(*data)));
-        if (data != nullptr) {
-            (void)qel_memset_s(data, sizeof(*data), 0, sizeof(*data));
-            data->fd = -1;
-            data->semid = -1;
-            __atomic_store_n(&adapter->data, data, __ATOMIC_RELEASE);
-        }
-    }
-    unlock_first_use();
-    return data;
+    return data != nullptr ? data : create_adapter_data(*adapter);
 }
 
 int32_t ui2c_adapter_fd(ui2c_adapter *adapter)
@@ -158,16 +172,8 @@ int32_t surrender_i2c_access(int32_t fd)
 
 int32_t getPidOfI2CAccess(ui2c_adapter *adapter)
 {
-    if (!owner_table_mapped()) {
-        const CancellationPutOff put_off;
-        if (!lock_first_use())
-            return -1;
-        if (!owner_table_mapped())
-            map_owner_table();
-        unlock_first_use();
-        if (!owner_table_mapped())
-            return -1;
-    }
+    if (!owner_table_mapped() && !map_owner_table_once())
+        return -1;
     if (adapter->bus < kLockableBuses) {
         // A global of the interface holds the address as a number.
         auto *slots = reinterpret_cast<uint32_t *>(tpidMap); // NOLINT(performance-no-int-to-ptr)
