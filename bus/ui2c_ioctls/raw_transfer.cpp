@@ -23,9 +23,12 @@ int32_t wait_ready(int32_t fd, bool for_writing)
     }
     fd_set readable;
     fd_set writable;
-    FD_ZERO(&readable);
+    (void)qel_memset_s(&readable, sizeof(readable), 0, sizeof(readable));
     FD_SET(fd, &readable);
-    writable = readable;
+    if (for_writing) {
+        (void)qel_memset_s(&writable, sizeof(writable), 0, sizeof(writable));
+        FD_SET(fd, &writable);
+    }
     timeval timeout = {1, 0};
     const int ready =
         sigwrap_select(fd + 1, &readable, for_writing ? &writable : nullptr, nullptr, &timeout);
