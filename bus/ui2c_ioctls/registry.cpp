@@ -11,6 +11,10 @@ ui2c_adapter adapters = {0xFFFFFFFF, "dummy-adapter", nullptr, nullptr};
 ui2c_switch switches = {nullptr, nullptr, 0, "dummy-switch", nullptr};
 ui2c_client clients = {nullptr, nullptr, 0, "dummy-client", nullptr};
 
+// Drivers make several calls in a row for one device. Keys are unique and never change, so this is
+// what a search would find. Under the registry mutex.
+ui2c_client *found_last = &clients;
+
 template <typename Record>
 Record *new_record()
 {
@@ -44,12 +48,22 @@ ui2c_switch *find_switch(ui2c_adapter *adapter, uint16_t addr)
     return swi;
 }
 
+bool is_client(const ui2c_client &client, const ui2c_adapter *adapter, const ui2c_switch *swi,
+               uint16_t addr)
+{
+    return client.adapter == adapter && client.swi == swi && client.addr == addr;
+}
+
 ui2c_client *find_client(ui2c_adapter *adapter, ui2c_switch *swi, uint16_t addr)
 {
+    if (is_client(*found_last, adapter, swi, addr))
+        return found_last;
     ui2c_client *last = &clients;
     for (ui2c_client *client = &clients; client != nullptr; client = client->next) {
-        if (client->adapter == adapter && client->swi == swi && client->addr == addr)
+        if (is_client(*client, adapter, swi, addr)) {
+            found_last = client;
             return client;
+        }
         last = client;
     }
     auto *client = new_record<ui2c_client>();
