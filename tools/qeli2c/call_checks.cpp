@@ -190,7 +190,7 @@ Finding registers_are_read(const CheckSettings &settings)
     if (mmap_read32(*settings.address, &value) != 0)
         return broken_by_errno("mmap_read32");
     const uint32_t there =
-        *reinterpret_cast<const volatile uint32_t *>(static_cast<const char *>(mapped) + offset);
+        static_cast<const volatile uint32_t *>(mapped)[offset / sizeof(uint32_t)];
     return value == there ? kept()
                           : broken("it gives " + hex(value, 8) + " where " + hex(there, 8) + " is");
 }
