@@ -1,7 +1,6 @@
 // Threads that are cancelled, or end, in and between calls: nothing stays taken but a hold, and
 // that is the process's.
 #include "figures.h"
-#include "imports.h"
 #include "watch.h"
 
 #include <gtest/gtest.h>
@@ -17,91 +16,8 @@ using simboard::testing::reference_board;
 namespace
 {
 
-const struct {
-    const char *device;
-    uint64_t first, last; // rounds
-} kCases[] = {
-    {"board-status", 0, 1},  {"psu0", 5, 11},      {"id-registers", 0, 1}, {"id-registers", 6, 7},
-    {"log-eeprom", 0, 0},    {"riser-io", 0, 1},   {"slot1-leds", 0, 0},   {"riser-power", 0, 0},
-    {"slot0-retimer", 0, 1}, {"card-epld2", 0, 0}, {"subcard-epld", 0, 0},
-};
-
-void cancel_here()
-{
-    pthread_cancel(pthread_self());
-}
-
-// Starts a thread that does `work`; the result of join tells whether it was cancelled.
-template <typename Work>
-pthread_t start_thread(Work &work)
-{
-    pthread_t thread{};
-    pthread_create(
-        &thread, nullptr,
-        [](void *argument) -> void * {
-            (*static_cast<Work *>(argument))();
-            return nullptr;
-        },
-        &work);
-    return thread;
-}
-
-bool is_cancelled(pthread_t thread)
-{
-    void *result = nullptr;
-    pthread_join(thread, &result);
-    return result == PTHREAD_CANCELED;
-}
-
-// Whether this process holds nothing; asked from a child, which shares none of its locks.
-bool holds_nothing()
-{
-    return watch::succeeds([] {
-        const std::string held = watch::held_locks();
-        std::fputs(held.c_str(), stdout);
-        std::fflush(stdout);
-        return held.empty();
-    });
-}
-
-// Cancels a thread at its call number `at`. 0 when all is well afterwards, 2 when the thread made
-// fewer calls.
-int cancel_at(const watch::Device &device, uint64_t first, uint64_t last, long at,
-              const watch::Device &afterwards)
-{
-    auto work = [&] {
-        imports::trap(at, cancel_here);
-        (void)watch::rounds(device, first, last);
-        imports::trap(0, nullptr);
-        pthread_testcancel();
-    };
-    if (!is_cancelled(start_thread(work)))
-        return 2;
-    return holds_nothing() && watch::do_rounds(afterwards, 0, 13) ? 0 : 1;
-}
-
-TEST(Cancel, AtEachCallOfTheLibraryIsPutOffUntilEverythingIsGivenBack)
-{
-    Board board(reference_board());
-    const watch::Device afterwards = watch::device(board, "id-registers", 1);
-    uint64_t cancelled = 0;
-    for (const auto &row : kCases) {
-        const watch::Device device = watch::device(board, row.device, 0);
-        int status = 0;
-        for (long at = 1; status == 0; at += kSanitized ? 15 : 1) {
-            SCOPED_TRACE(row.device + std::string(", call ") + std::to_string(at));
-            status = watch::end_of(watch::start([&] {
-                _exit(cancel_at(device, row.first, row.last, at, afterwards));
-                return true;
-            }));
-            EXPECT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2)) << status;
-            cancelled += status == 0;
-        }
-    }
-    EXPECT_EQ(board.wrongs(), "");
-    EXPECT_EQ(board.totals().orphaned_paths, 0U);
-    record_figure("cancel.steps", cancelled, "cancellations at a call");
-}
+constexpr const char *kDevices[] = {"board-status", "psu0",        "id-registers", "log-eeprom",
+                                    "riser-io",     "riser-power", "card-epld2",   "subcard-epld"};
 
 // In a process of its own.
 bool cancel_at_random(const Board &board, unsigned times)
@@ -128,17 +44,17 @@ bool cancel_at_random(const Board &board, unsigned times)
         std::vector<Busy> busy;
         for (uint32_t thread = 0; thread < kThreads; thread++)
             busy.push_back(
-                {watch::device(board, kCases[(i + thread) % std::size(kCases)].device, thread),
+                {watch::device(board, kDevices[(i + thread) % std::size(kDevices)], thread),
                  watch::device(board, "scratch-eeprom", thread)});
         std::vector<pthread_t> threads;
         for (Busy &work : busy)
-            threads.push_back(start_thread(work));
+            threads.push_back(watch::start_thread(work));
         for (const pthread_t thread : threads) {
             usleep(std::uniform_int_distribution<useconds_t>(0, 4000)(random));
             pthread_cancel(thread);
         }
         for (const pthread_t thread : threads) {
-            if (!is_cancelled(thread))
+            if (!watch::is_cancelled(thread))
                 return false;
         }
         if (i == 0)
@@ -150,7 +66,7 @@ bool cancel_at_random(const Board &board, unsigned times)
         std::printf("%zu bytes of memory, then %zu\n", before, after);
         return false;
     }
-    return holds_nothing();
+    return watch::holds_nothing();
 }
 
 TEST(Cancel, AtRandomLeavesNothingBehind)
@@ -180,7 +96,7 @@ TEST(Cancel, OfAThreadThatWaitsForABusyBusTakesEffectWhenItHasHadItsTurn)
                 (void)watch::rounds(eeprom, 0, 0);
                 pthread_testcancel();
             };
-            const pthread_t thread = start_thread(work);
+            const pthread_t thread = watch::start_thread(work);
             watch::await_waiters(lock, 1);
             pthread_cancel(thread);
             usleep(50000);
@@ -188,7 +104,7 @@ TEST(Cancel, OfAThreadThatWaitsForABusyBusTakesEffectWhenItHasHadItsTurn)
             if ((bus ? ei2c_smbus_unlock_adapter(&eeprom.job.client, fd, semid)
                      : ee_unlock_eeprom()) < 0)
                 return false;
-            if (!is_cancelled(thread) || !still_waits || !holds_nothing() ||
+            if (!watch::is_cancelled(thread) || !still_waits || !watch::holds_nothing() ||
                 !watch::do_rounds(eeprom, 0, 0))
                 return false;
         }
@@ -210,12 +126,12 @@ TEST(Hold, OutlivesItsThreadAndEndsByAnotherThreadOrWithTheProcess)
                 (void)ei2c_smbus_lock_adapter(client, &fd, &semid);
                 pthread_exit(nullptr);
             };
-            (void)is_cancelled(start_thread(work));
-            if (holds_nothing())
+            (void)watch::is_cancelled(watch::start_thread(work));
+            if (watch::holds_nothing())
                 return false;
             if (!given_back)
                 return true;
-            return ei2c_smbus_unlock_adapter(client, fd, semid) == 0 && holds_nothing() &&
+            return ei2c_smbus_unlock_adapter(client, fd, semid) == 0 && watch::holds_nothing() &&
                    watch::do_rounds(device, 0, 4);
         }));
         EXPECT_EQ(watch::held_locks(), "");

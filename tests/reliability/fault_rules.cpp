@@ -6,6 +6,8 @@
 namespace faults
 {
 
+uintptr_t registry_mutex = 0;
+
 namespace
 {
 
@@ -175,7 +177,7 @@ Site site_of(const Row &row, const Trace &clean, size_t number)
         return Site::fork_handler;
     case Kind::mutex:
         // The other mutex guards what is created next.
-        return call.detail == 1 ? Site::registry : site_of(row, clean, number + 1);
+        return call.detail == registry_mutex ? Site::registry : site_of(row, clean, number + 1);
     case Kind::text:
     case Kind::device_file:
         return Site::device_file;
@@ -204,11 +206,13 @@ Site site_of(const Row &row, const Trace &clean, size_t number)
 struct Allowed {
     Kind kind;
     const char *line;
+    bool required = false;
 };
 
-// A failure may write these; the first one of its kind it must, unless it is met by a try alone.
+// A failure may write these, and must write the required ones; a mutex, only when it is the
+// registry's.
 const Allowed kAllowed[] = {
-    {Kind::mutex, "pthread_mutex_lock failed."},
+    {Kind::mutex, "pthread_mutex_lock failed.", true},
     {Kind::memory, "assertion failed: adap"},
     {Kind::memory, "fd = %d, errno = %d"},
     {Kind::memory, "Pointer uc_swi is NULL"},
@@ -217,26 +221,31 @@ const Allowed kAllowed[] = {
     {Kind::memory, "malloc failed"},
     {Kind::mutex, "fd = %d, errno = %d"},
     {Kind::mutex, "unlock eeprom failed"}, // nothing was created to give back
-    {Kind::text, "open %s failed"},
+    {Kind::text, "open %s failed", true},
     {Kind::text, "fd = %d, errno = %d"},
-    {Kind::device_file, "open %s failed"},
+    {Kind::device_file, "open %s failed", true},
     {Kind::device_file, "fd = %d, errno = %d"},
     {Kind::sem_create, "ipc sem creat fail"},
     {Kind::sem_create, "lock eeprom failed"},
     {Kind::mutex, "ipc sem creat fail"},
     {Kind::mutex, "lock eeprom failed"},
-    {Kind::sem_lock, "OAL_SemLockBySemId failed"},
+    {Kind::sem_lock, "OAL_SemLockBySemId failed", true},
     {Kind::sem_lock, "unlock eeprom failed"},
     {Kind::sem_unlock, "unlock_adapter(%u)"},
     {Kind::sem_unlock, "unlock eeprom failed"},
-    {Kind::memory_file, "Failed to get device fd."},
-    {Kind::map, "Failed to get mem vir addr."},
-    {Kind::file_lock, "Error getting exclusive lock"},
+    {Kind::memory_file, "Failed to get device fd.", true},
+    {Kind::map, "Failed to get mem vir addr.", true},
+    {Kind::file_lock, "Error getting exclusive lock", true},
     {Kind::file_lock, "Cannot obtain exclusive lock on i2c device file"},
-    {Kind::slave_force, "I2C_SLAVE_FORCE ioctl"},
+    {Kind::slave_force, "I2C_SLAVE_FORCE ioctl", true},
     {Kind::wait, "Error waiting for bus to be readable"},
-    {Kind::register_read, "mmap read  error"},
+    {Kind::register_read, "mmap read  error", true},
 };
+
+bool is_request(Kind kind)
+{
+    return kind >= Kind::slave && kind <= Kind::wait;
+}
 
 bool is_release(Kind kind)
 {
@@ -315,15 +324,9 @@ bool accounted_for(const Row &row, const Line &line, const Trace &run)
 
 const char *required_line(const Call &call, Site site)
 {
-    const bool named = call.kind == Kind::text || call.kind == Kind::device_file ||
-                       call.kind == Kind::sem_lock || call.kind == Kind::memory_file ||
-                       call.kind == Kind::map || call.kind == Kind::file_lock ||
-                       call.kind == Kind::slave_force || call.kind == Kind::register_read ||
-                       site == Site::registry;
-    if (!named || site == Site::take_eeprom)
-        return nullptr;
+    const bool told = call.kind != Kind::mutex || site == Site::registry;
     for (const Allowed &allowed : kAllowed) {
-        if (allowed.kind == call.kind)
+        if (allowed.kind == call.kind && allowed.required && told && site != Site::take_eeprom)
             return allowed.line;
     }
     return nullptr;
@@ -333,7 +336,7 @@ int promised_error(const Row &row, const Trace &run)
 {
     size_t start = 0; // of the last access
     for (size_t i = 0; i < run.calls; ++i) {
-        if (run.call[i].kind == Kind::mutex && run.call[i].detail == 1)
+        if (run.call[i].kind == Kind::mutex && run.call[i].detail == registry_mutex)
             start = i;
     }
     const Call *giver = nullptr;

@@ -5,39 +5,26 @@
 #include <string>
 #include <vector>
 
-#include "fault_hooks.h"
+#include "imports.h"
 #include "qeli2c.h"
 
 namespace faults
 {
 
+using namespace imports;
+
 // What a fallible call is for.
+// clang-format off
 enum class Site : uint8_t {
-    adapter_record,
-    near_record,
-    upstream_record,
-    client_record,
-    bus_state,
-    buffer,
-    fork_handler,
+    adapter_record, near_record, upstream_record, client_record, bus_state, buffer, fork_handler,
     registry,
     device_file, // and the text of its name
-    semaphore,
-    take_semaphore,
+    semaphore, take_semaphore,
     memory_file, // and the mapping of the owner table
-    take_file_lock,
-    open_path,
-    request,
-    close_near,
-    close_upstream,
-    release_file_lock,
-    release_semaphore,
-    eeprom_semaphore,
-    take_eeprom,
-    release_eeprom,
-    register_read,
-    response,
+    take_file_lock, open_path, request, close_near, close_upstream, release_file_lock,
+    release_semaphore, eeprom_semaphore, take_eeprom, release_eeprom, register_read, response,
 };
+// clang-format on
 
 // How a call ends; each call has a result for each.
 enum Outcome : uint8_t {
@@ -100,11 +87,11 @@ enum Flags : uint32_t {
 
 struct Row {
     const char *name;
+    int32_t (*call)();
     Family family;
     const ei2c_client *device;
-    Results results;
-    uint32_t written; // bytes of the window that it may write
-    int32_t (*call)();
+    uint32_t written = 0; // bytes of the window that it may write
+    Results results = faults::results(0);
     uint32_t flags = 0;
     std::vector<const char *> lines = {}; // when the device cannot be reached; "?": may be written
     void (*before)() = nullptr;
@@ -112,6 +99,7 @@ struct Row {
 };
 extern const std::vector<Row> kRows;
 extern uint8_t *window; // where the calls write
+extern uintptr_t registry_mutex;
 
 // One fallible call of a call that goes well.
 struct Point {

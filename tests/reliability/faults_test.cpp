@@ -14,7 +14,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
-#include <poll.h>
 #include <set>
 #include <sys/mman.h>
 #include <sys/sem.h>
@@ -66,7 +65,7 @@ constexpr size_t kShare = kAsShipped ? 1 : 4;
 #endif
 
 constexpr const char *kModes[] = {"once", "kind", "later", "timeout"};
-constexpr int kPatience = 20000; // milliseconds
+constexpr unsigned kPatience = 20; // seconds
 constexpr size_t kGuard = 32;
 constexpr uint8_t kUntouched = 0xEE;
 
@@ -75,13 +74,7 @@ struct Report {
     Trace run;
     Trace again;
     uint8_t area[kGuard + kWindow + kGuard];
-    const void *first_mutex;
-};
-
-// The child's ends of two pipes: it says when a run is over, and waits to be told to go on.
-struct Steps {
-    int over[2];
-    int go[2];
+    bool holds; // told to the child: the first call has left a lock taken
 };
 
 uint64_t points_met = 0;
@@ -126,50 +119,54 @@ void make_call(const Row &row, Report &report, Trace &run, const Plan &plan)
     }
 }
 
-// The process under test. It does the call with the fault, and a second time without.
-[[noreturn]] void child(const Row &row, bool warm, const Plan &plan, Report &report, Steps &steps)
+// The process under test. It does the call with the fault, and a second time without, and stops
+// after each so that it can be looked at.
+[[noreturn]] void child(const Row &row, bool warm, const Plan &plan, Report &report)
 {
+    const auto release = [&] {
+        if (row.after != nullptr)
+            row.after();
+    };
+    alarm(kPatience);
     window = report.area + kGuard;
     if (warm) {
         make_call(row, report, report.again, {});
-        if (row.after != nullptr)
-            row.after();
+        release();
     }
     make_call(row, report, report.run, plan);
-    char byte = 0;
-    (void)!write(steps.over[1], &byte, 1);
-    (void)!read(steps.go[0], &byte, 1);
-    const bool holds =
-        report.run.bus_semaphore + report.run.file_lock + report.run.eeprom_semaphore != 0;
-    if (holds && row.after != nullptr)
-        row.after();
+    raise(SIGSTOP);
+    if (report.holds)
+        release();
     make_call(row, report, report.again, {});
-    if (row.after != nullptr)
-        row.after();
+    raise(SIGSTOP);
+    release();
     end();
 }
 
-// What another process sees of the bus's locks.
-struct Locks {
+// What another process sees of the bus's locks and switches.
+struct Outside {
     int semaphore;
     int eeprom;
     int file;
+    uint8_t near;
+    uint8_t upstream;
+    std::string wrongs;
 };
 
-Locks look_at_locks()
+int semaphore_value(key_t key)
+{
+    const int set = semget(key, 1, 0600);
+    return set < 0 ? 0 : semctl(set, 0, GETVAL);
+}
+
+Outside look()
 {
     static const int fd = open("/dev/i2c-4", O_RDWR | O_CLOEXEC);
-    Locks locks = {};
-    for (const auto &[key, value] :
-         {std::pair{0x3064, &locks.semaphore}, {0x3001, &locks.eeprom}}) {
-        const int set = semget(key, 1, 0600);
-        *value = set < 0 ? 0 : semctl(set, 0, GETVAL);
-    }
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     EXPECT_EQ(fcntl(fd, F_GETLK, &lock), 0);
-    locks.file = lock.l_type == F_UNLCK ? 0 : 1;
-    return locks;
+    return {semaphore_value(0x3064), semaphore_value(0x3001),  lock.l_type == F_UNLCK ? 0 : 1,
+            board().peek("near"),    board().peek("upstream"), board().wrongs()};
 }
 
 class FaultPoints : public testing::TestWithParam<size_t>
@@ -182,66 +179,50 @@ protected:
         report_ = static_cast<Report *>(mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE,
                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
         (void)board();
-        (void)look_at_locks();
-        install_hooks();
+        (void)look();
+        install(Hooks::all);
         // A lookup takes the registry's mutex and no other.
-        const pid_t pid = fork();
-        if (pid == 0) {
-            (void)ui2c_to_client(4, 0x60, 0, 0);
-            report_->first_mutex = last_mutex();
-            _exit(0);
-        }
-        waitpid(pid, nullptr, 0);
-        registry_mutex = report_->first_mutex;
+        Outside outside[2];
+        EXPECT_TRUE(meet(kRows[0], false, {}, outside));
+        EXPECT_STREQ(kRows[0].name, "ui2c_to_client");
+        const Trace &run = report_->run;
+        for (uint32_t i = 0; i < run.calls && registry_mutex == 0; ++i)
+            registry_mutex = run.call[i].kind == Kind::mutex ? run.call[i].detail : 0;
     }
 
-    // Runs one child; false when it did not end by itself. Between its two calls the locks and
-    // switches are looked at.
-    bool meet(bool warm, const Plan &plan)
+    // Runs one child and looks at the board after each of its calls; false when it did not come to
+    // its end.
+    static bool meet(const Row &row, bool warm, const Plan &plan, Outside (&outside)[2])
     {
         board().reset();
         std::memset(report_, 0, offsetof(Report, run.window));
-        Steps steps = {};
-        EXPECT_EQ(pipe(steps.over) | pipe(steps.go), 0);
         const pid_t pid = fork();
         if (pid == 0)
-            child(row(), warm, plan, *report_, steps);
-        char byte = 0;
-        const auto over = [&] {
-            pollfd end = {steps.over[0], POLLIN, 0};
-            close(steps.over[1]);
-            return poll(&end, 1, kPatience) == 1 && read(steps.over[0], &byte, 1) == 1;
-        };
-        const bool met = over();
-        locks_ = look_at_locks();
-        near_ = board().peek("near");
-        upstream_ = board().peek("upstream");
-        wrongs_ = board().wrongs();
-        if (!met)
-            kill(pid, SIGKILL);
-        (void)!write(steps.go[1], &byte, 1);
-        pollfd end = {steps.over[0], POLLIN, 0};
-        if (poll(&end, 1, kPatience) != 1)
-            kill(pid, SIGKILL);
+            child(row, warm, plan, *report_);
         int status = -1;
-        waitpid(pid, &status, 0);
-        for (const int fd : {steps.over[0], steps.go[0], steps.go[1]})
-            close(fd);
-        return met && status == 0;
+        for (Outside &here : outside) {
+            if (waitpid(pid, &status, WUNTRACED) != pid || !WIFSTOPPED(status))
+                return false;
+            here = look();
+            report_->holds = here.semaphore + here.file + here.eeprom != 0;
+            kill(pid, SIGCONT);
+        }
+        return waitpid(pid, &status, 0) == pid && status == 0;
     }
 
     // What holds whatever failed.
-    void check_always(const Trace &run, bool held)
+    void check_always(const Trace &run, const Outside &outside, bool held, bool eeprom)
     {
         EXPECT_STREQ(run.wrong, "");
-        EXPECT_EQ(run.buffers, 0) << "memory not given back";
-        EXPECT_EQ(run.mutexes, 0) << "mutexes kept";
-        EXPECT_EQ(run.other_files, 0) << "files left open";
-        EXPECT_LE(run.device_files, 1);
-        EXPECT_LE(run.mappings, 1);
+        EXPECT_EQ(run.held.buffers, 0) << "memory not given back";
+        EXPECT_EQ(run.held.mutexes, 0) << "mutexes kept";
+        EXPECT_EQ(run.held.other_files, 0) << "files left open";
+        EXPECT_LE(run.held.device_files, 1);
+        EXPECT_LE(run.held.mappings, 1);
         const uint32_t flags = held ? row().flags : 0;
-        EXPECT_EQ(run.bus_semaphore, (flags & (kHolds | kHoldsSemaphore)) != 0 ? 1 : 0);
-        EXPECT_EQ(run.file_lock, (flags & (kHolds | kHoldsFile)) != 0 ? 1 : 0);
+        EXPECT_EQ(outside.semaphore, (flags & (kHolds | kHoldsSemaphore)) != 0 ? 1 : 0);
+        EXPECT_EQ(outside.file, (flags & (kHolds | kHoldsFile)) != 0 ? 1 : 0);
+        EXPECT_EQ(outside.eeprom, eeprom && (row().flags & kHoldsEeprom) != 0 ? 1 : 0);
     }
 
     void check_lines(const Trace &run, const Point &point, const Plan &plan, Outcome outcome)
@@ -271,11 +252,11 @@ protected:
             return;
         const bool near_may = may_stay_open(row(), point, plan, report_->run, false);
         const bool upstream_may = may_stay_open(row(), point, plan, report_->run, true);
-        EXPECT_TRUE(near_ == 0 || near_may) << "near switch left open";
-        EXPECT_TRUE(upstream_ == 0 || upstream_may) << "upstream switch left open";
+        EXPECT_TRUE(outside_[0].near == 0 || near_may) << "near switch left open";
+        EXPECT_TRUE(outside_[0].upstream == 0 || upstream_may) << "upstream switch left open";
         const bool let_go = row().family == Family::bridge && point.site == Site::take_file_lock;
         if (!near_may && !upstream_may && !let_go) { // the bridge releases what it did not get
-            EXPECT_EQ(wrongs_, "");
+            EXPECT_EQ(outside_[0].wrongs, "");
         }
     }
 
@@ -288,14 +269,9 @@ protected:
             EXPECT_EQ(run.result, result);
         }
         const bool held = outcome == ok || outcome == pathless;
-        check_always(run, held);
-        EXPECT_EQ(locks_.semaphore, run.bus_semaphore);
-        EXPECT_EQ(locks_.file, run.file_lock);
-        EXPECT_EQ(locks_.eeprom, run.eeprom_semaphore);
         const Site site = site_met(point, plan.mode);
-        const bool eeprom = (row().flags & kHoldsEeprom) != 0 && site != Site::eeprom_semaphore &&
-                            site != Site::take_eeprom;
-        EXPECT_EQ(run.eeprom_semaphore, eeprom ? 1 : 0);
+        check_always(run, outside_[0], held,
+                     site != Site::eeprom_semaphore && site != Site::take_eeprom);
         const bool unchanged = (row().flags & kLastCounts) == 0 || point.behind == 0;
         if (held && unchanged && (row().flags & kNoResult) == 0) {
             EXPECT_EQ(std::memcmp(run.window, clean.window, kWindow), 0) << "other data";
@@ -314,8 +290,9 @@ protected:
         const Trace &again = report_->again;
         EXPECT_EQ(again.result, row().results.of[ok]) << "the call after the failure";
         EXPECT_EQ(std::memcmp(again.window, clean.window, kWindow), 0) << "data after the failure";
-        check_always(again, true);
-        EXPECT_LE(again.records, clean.records + 3) << "records of the failure and of the rest";
+        check_always(again, outside_[1], true, true);
+        EXPECT_LE(again.held.records, clean.held.records + 3)
+            << "records of the failure and of the rest";
     }
 
     bool chosen(bool warm, size_t number, size_t mode)
@@ -340,7 +317,7 @@ protected:
                              ":" + kModes[m]);
                 const Plan plan = {static_cast<int>(number),
                                    timeout ? Mode::kind : static_cast<Mode>(m), timeout};
-                ASSERT_TRUE(meet(warm, plan)) << "hangs or crashes";
+                ASSERT_TRUE(meet(row(), warm, plan, outside_)) << "hangs or crashes";
                 ASSERT_GT(report_->run.calls, number);
                 EXPECT_EQ(report_->run.call[number].kind, clean.call[number].kind);
                 check(points[number], plan, clean);
@@ -350,10 +327,7 @@ protected:
     }
 
     static Report *report_;
-    Locks locks_ = {};
-    uint8_t near_ = 0;
-    uint8_t upstream_ = 0;
-    std::string wrongs_;
+    Outside outside_[2];
 };
 
 Report *FaultPoints::report_ = nullptr;
@@ -362,11 +336,11 @@ TEST_P(FaultPoints, KeepWhatIsPromised)
 {
     uint32_t calls = 0;
     for (const bool warm : {false, true}) {
-        ASSERT_TRUE(meet(warm, {})) << row().name;
+        ASSERT_TRUE(meet(row(), warm, {}, outside_)) << row().name;
         static Trace clean;
         clean = report_->run;
         EXPECT_EQ(clean.result, row().results.of[ok]) << row().name;
-        check_always(clean, true);
+        check_always(clean, outside_[0], true, true);
         const bool speaks = (row().flags & kProbes) != 0 || row().family == Family::bridge_end;
         for (uint32_t i = 0; i < clean.lines; ++i)
             EXPECT_TRUE(clean.line[i].level == 135 || speaks) << clean.line[i].text;
@@ -402,7 +376,7 @@ TEST(FaultTable, KnowsEverythingTheLibraryAsksOthersFor)
 {
     if (!kAsShipped)
         GTEST_SKIP() << "instrumented";
-    EXPECT_EQ(unknown_imports(), std::vector<std::string>());
+    EXPECT_EQ(unknown(), std::vector<std::string>());
 }
 
 // Last of all, by its name.

@@ -119,11 +119,11 @@ TEST(Threads, ThatComeToTheLibraryTogetherCreateEverythingOnce)
                 });
             for (std::thread &thread : threads)
                 thread.join();
-            const imports::Created &created = imports::created;
-            std::printf("%d opened, %d semaphores, %d maps\n", created.devices.load(),
-                        created.semaphores.load(), created.maps.load());
-            return wrong == 0 && created.devices == 2 && created.semaphores == 3 &&
-                   created.maps == 1;
+            const int devices = imports::made(imports::Kind::device_file);
+            const int semaphores = imports::made(imports::Kind::sem_create);
+            const int maps = imports::made(imports::Kind::map);
+            std::printf("%d opened, %d semaphores, %d maps\n", devices, semaphores, maps);
+            return wrong == 0 && devices == 2 && semaphores == 3 && maps == 1;
         }));
     }
     EXPECT_EQ(board.wrongs(), "");

@@ -1,6 +1,7 @@
 // See watch.h.
 #include "watch.h"
 
+#include "imports.h"
 #include "tools/qeli2c/board_file.h"
 
 #include <cerrno>
@@ -20,6 +21,8 @@ namespace watch
 
 namespace
 {
+
+const bool hooked = (imports::install(imports::Hooks::traps), true);
 
 // -1 while nobody has created it.
 int semaphore_of(uint32_t bus)
@@ -131,6 +134,23 @@ std::string held_locks()
         close(fd);
     }
     return held;
+}
+
+bool holds_nothing()
+{
+    return succeeds([] {
+        const std::string held = held_locks();
+        std::fputs(held.c_str(), stdout);
+        std::fflush(stdout);
+        return held.empty();
+    });
+}
+
+bool is_cancelled(pthread_t thread)
+{
+    void *result = nullptr;
+    pthread_join(thread, &result);
+    return result == PTHREAD_CANCELED;
 }
 
 double milliseconds_since(int64_t start)

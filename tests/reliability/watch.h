@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <pthread.h>
 #include <string>
 #include <sys/types.h>
 
@@ -46,6 +47,25 @@ void await_waiters(uint32_t bus, int count);
 
 // Every lock of the board that somebody holds, one line each.
 std::string held_locks();
+
+// Whether this process holds nothing; asked from a child, which shares none of its locks.
+bool holds_nothing();
+
+// Starts a thread that does `work`; the result of join tells whether it was cancelled.
+template <typename Work>
+pthread_t start_thread(Work &work)
+{
+    pthread_t thread{};
+    pthread_create(
+        &thread, nullptr,
+        [](void *argument) -> void * {
+            (*static_cast<Work *>(argument))();
+            return nullptr;
+        },
+        &work);
+    return thread;
+}
+bool is_cancelled(pthread_t thread);
 
 double milliseconds_since(int64_t start);
 

@@ -1,13 +1,9 @@
-// Holders of a bus that are killed or stopped: whoever comes next has the bus, and right bytes.
+// Holders of a bus that are killed or stopped while many wait: whoever comes next has the bus.
 #include "figures.h"
-#include "imports.h"
 #include "watch.h"
-
-#include "simboard/consistency.h"
 
 #include <algorithm>
 #include <csignal>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <thread>
@@ -18,115 +14,6 @@ using simboard::testing::reference_board;
 
 namespace
 {
-
-constexpr double kAtOnce = 1000; // ms, with room for a busy machine
-
-struct Case {
-    bool in_transfers; // killed within calls that take their time on the wire, too
-    const char *device;
-    uint64_t round;
-    const char *plain; // what the next one on that bus looks at, too
-};
-
-const Case kCases[] = {
-    {true, "board-status", 0, "board-status"},          // a transfer
-    {true, "psu0", 7, "psu1"},                          // SMBus
-    {true, "id-registers", 0, "main-registers"},        // behind two switches
-    {false, "id-registers", 1, "main-registers"},       // in one try
-    {false, "id-registers", 7, "main-registers"},       // by SMBus
-    {true, "port0-registers", 2, "main-registers"},     // held with the path open,
-    {false, "port0-registers", 3, "main-registers"},    // without,
-    {false, "slot1-registers", 12, "main-registers"},   // by SMBus,
-    {true, "card-registers", 4, "backplane-registers"}, // and as a bridge
-    {false, "log-eeprom", 3, "main-registers"},         // which is never busy
-    {false, "riser-io", 1, "main-registers"},
-    {false, "riser-power", 0, "main-registers"},
-    {false, "slot0-retimer", 1, "main-registers"},
-    {false, "card-epld2", 0, "backplane-registers"},
-    {false, "card-mctp", 0, "backplane-registers"},
-};
-
-void kill_here()
-{
-    kill(getpid(), SIGKILL);
-}
-
-// A little later, so that the call has begun.
-void kill_soon()
-{
-    sigevent event = {};
-    event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGKILL;
-    timer_t timer;
-    timer_create(CLOCK_MONOTONIC, &event, &timer);
-    itimerspec when = {};
-    when.it_value.tv_nsec = 150'000;
-    timer_settime(timer, 0, &when, nullptr);
-}
-
-constexpr long kStep = kSanitized ? 6 : 1; // forks of a program under a sanitizer take their time
-
-// Kills a process at each of its calls, until it comes to its end; returns how many died.
-unsigned kill_at_each_call(const Board &board, const Case &row, void (*action)(), double &longest)
-{
-    const watch::Device victim = watch::device(board, row.device, 0);
-    const watch::Device next = watch::device(board, row.device, 1);
-    const watch::Device plain = watch::device(board, row.plain, 2);
-    for (long at = 1;; at += kStep) {
-        const pid_t child = watch::start([&] {
-            imports::trap(at, action);
-            return watch::do_rounds(victim, row.round, row.round);
-        });
-        const int status = watch::end_of(child);
-        if (WIFEXITED(status)) {
-            EXPECT_EQ(status, 0);
-            return static_cast<unsigned>((at - 1) / kStep);
-        }
-        const int64_t killed = bench::monotonic_nanoseconds();
-        EXPECT_EQ(WTERMSIG(status), SIGKILL) << "at call " << at;
-        EXPECT_EQ(watch::held_locks(), "") << "at call " << at;
-        EXPECT_TRUE(watch::succeeds([&] {
-            return watch::do_rounds(next, row.round, row.round) && watch::do_rounds(plain, 0, 0);
-        })) << "after the kill at call "
-            << at;
-        longest = std::max(longest, watch::milliseconds_since(killed));
-        if (testing::Test::HasFailure())
-            return 0;
-    }
-}
-
-TEST(Kill, AtEachCallOfTheLibraryLeavesTheBusFree)
-{
-    unsigned kills = 0;
-    double longest = 0;
-    for (const char *speed : {"instant", "400k"}) {
-        Board board(reference_board(), speed);
-        const bool instant = *speed == 'i';
-        for (const Case &row : kCases) {
-            if (!instant && (kSanitized || !row.in_transfers))
-                continue;
-            SCOPED_TRACE(row.device + std::string(", round ") + std::to_string(row.round));
-            const unsigned here =
-                kill_at_each_call(board, row, instant ? kill_here : kill_soon, longest);
-            EXPECT_GT(here, 10 / kStep);
-            EXPECT_EQ(board.wrongs(), "");
-            kills += here;
-        }
-        EXPECT_TRUE(kSanitized || board.totals().orphaned_paths != 0);
-        unsigned undone = 0;
-        for (const simboard::Bus &bus : board.view().state->buses)
-            undone += bus.recoveries.load();
-        EXPECT_EQ(undone == 0,
-                  instant ||
-                      kSanitized); // on the wire of the slow board they died within transfers
-        for (const auto &line :
-             simboard::find_inconsistencies(board.view(), board.description(), 5000))
-            ADD_FAILURE() << line;
-    }
-    EXPECT_LT(longest, kAtOnce);
-    record_figure("kills.steps", kills, "kills");
-    record_figure("kills.steps_next_access_max_us", static_cast<uint64_t>(longest * 1000), "us");
-}
 
 // Tasks that wait for one bus, round by round.
 constexpr uint32_t kBus = 4;
