@@ -111,6 +111,7 @@ void owners(const BusArguments &arguments, const Options &options)
 void hold(const BusArguments &arguments, const Options &)
 {
     const uint32_t bus = number_in(arguments.bus, 0, kLastBus, "bus");
+    defer_interrupts();
     Hold held({bus, {}, kFirstAddress}, Hold::With::bus_only);
     if (!held.failure().empty())
         throw operation_failed("cannot hold bus " + arguments.bus + ": " + held.failure());

@@ -2,6 +2,7 @@
 #include "child.h"
 
 #include "failure.h"
+#include "interrupt.h"
 
 #include <cerrno>
 #include <csignal>
@@ -29,13 +30,15 @@ void pass_on(int number)
     errno = saved;
 }
 
-[[noreturn]] void become(const std::vector<std::string> &words, pid_t parent)
+[[noreturn]] void become(const std::vector<std::string> &words, pid_t parent,
+                         const sigset_t &unblocked)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
         _exit(EXIT_FAILED);
     for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE})
         std::signal(number, SIG_DFL);
+    sigprocmask(SIG_SETMASK, &unblocked, nullptr);
     std::vector<char *> arguments;
     for (const std::string &word : words)
         arguments.push_back(const_cast<char *>(word.c_str()));
@@ -62,9 +65,15 @@ pid_t start_child(const std::vector<std::string> &words)
 {
     std::cout.flush();
     std::fflush(stdout);
-    // From before the start on, so that no signal finds this process unprepared.
-    for (size_t i = 0; i < std::size(kSignals); i++)
+    // None gets lost, or finds either process unprepared.
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    for (size_t i = 0; i < std::size(kSignals); i++) {
+        sigaddset(&blocked, kSignals[i]);
         sigaction(kSignals[i], nullptr, &g_before[i]);
+    }
+    sigprocmask(SIG_BLOCK, &blocked, &before);
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
     struct sigaction action {
@@ -75,11 +84,17 @@ pid_t start_child(const std::vector<std::string> &words)
     sigaction(SIGHUP, &action, nullptr);
     const pid_t self = getpid();
     const pid_t child = fork();
-    if (child < 0)
-        throw operation_failed(std::string("no process for the command: ") + std::strerror(errno));
+    const int error = errno;
     if (child == 0)
-        become(words, self);
-    g_child = child;
+        become(words, self, before);
+    if (child > 0) {
+        g_child = child;
+        if (const int noted = noted_signal()) // before there was a child
+            kill(child, noted);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    if (child < 0)
+        throw operation_failed(std::string("no process for the command: ") + std::strerror(error));
     return child;
 }
 

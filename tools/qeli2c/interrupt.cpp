@@ -61,6 +61,11 @@ bool interrupted()
     return g_signal != 0;
 }
 
+int noted_signal()
+{
+    return g_signal;
+}
+
 bool pause_unless_interrupted(std::chrono::nanoseconds time)
 {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);

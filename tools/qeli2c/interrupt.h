@@ -13,8 +13,9 @@ namespace tool
 // open.
 void defer_interrupts();
 
-// Whether one of them has come.
+// Whether one of them has come, and which; 0 for none.
 bool interrupted();
+int noted_signal();
 
 // Waits, less when one of them comes. False when one has come.
 bool pause_unless_interrupted(std::chrono::nanoseconds time);

@@ -120,6 +120,7 @@ void open(const SwitchArguments &arguments, const Options &options)
                           ": name a channel, as in 4/0x70.5");
     int status = EXIT_FAILED;
     {
+        defer_interrupts();
         Hold hold(path);
         if (!hold.failure().empty())
             throw operation_failed("cannot open " + segment_text(path.bus, path.hops) + ": " +
