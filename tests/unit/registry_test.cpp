@@ -13,7 +13,10 @@ namespace
 
 ui2c_client *look_up(uint32_t bus, uint16_t addr, uint32_t swi_addr, uint32_t swi_chnl = 0)
 {
-    return play({}, [=] { return ui2c_to_client(bus, addr, swi_addr, swi_chnl); });
+    begin({});
+    ui2c_client *found = ui2c_to_client(bus, addr, swi_addr, swi_chnl);
+    EXPECT_EQ(end(), std::vector<std::string>());
+    return found;
 }
 
 TEST(Registry, IdentityIsBusNearSwitchAndAddress)

@@ -5,6 +5,7 @@
 #include "bus/lock_order.h"
 #include "include/qeli2c.h"
 #include "platform/qelplatform.h"
+#include "tests/unit/notation.h"
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +14,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/i2c-dev.h>
+#include <map>
 #include <mutex>
 #include <pthread.h>
 #include <sched.h>
@@ -26,6 +28,10 @@
     va_start(arguments, format);                                                                   \
     const std::string text = printed_v(format, arguments);                                         \
     va_end(arguments)
+
+using notation::name_of;
+using notation::printed;
+using notation::text_of;
 
 namespace scripted
 {
@@ -44,22 +50,24 @@ struct SpinLock {
     void unlock() { taken.clear(std::memory_order_release); }
 };
 
-enum class Mode { idle, playing, observing };
+constexpr int memory_fd = 900;
+constexpr int first_semaphore = 0x3060; // ids are the keys
+constexpr int eeprom_semaphore = 0x3001;
+constexpr uint32_t no_owner = 0xcafe;
 
 struct State {
     SpinLock lock;
-    std::atomic<Mode> mode = Mode::idle;
-    Script script;
-    size_t position = 0;
-    std::string divergence;
-    std::vector<std::string> seen;
+    std::atomic<bool> idle = true;
+    bool threads = false;
+    std::vector<Answer> answers;
+    std::vector<std::string> events;
+    std::map<int, uint32_t> files; // descriptors and their buses
     std::atomic<unsigned> allocations = 0;
     std::atomic<unsigned> failing_allocation = 0;
     std::atomic<int> unreleased = 0;
-    std::atomic<int> process_id = 0;
 };
 State state;
-SpinLock semaphore; // any one, while observing
+SpinLock semaphore; // any one, while there are threads
 alignas(64) uint32_t table[32];
 thread_local int mutexes_held = 0;
 thread_local bool mutex_lock_fails = false;
@@ -77,52 +85,68 @@ std::string printed_v(const char *format, va_list arguments)
     return text;
 }
 
-Event answer_script(const std::string &text)
+std::string file_name(int fd)
 {
-    if (state.divergence.empty() && state.position < state.script.size() &&
-        state.script[state.position].text == text)
-        return state.script[state.position++];
-    if (state.divergence.empty()) {
-        for (size_t i = state.position - std::min<size_t>(state.position, 4); i < state.position;
-             ++i)
-            state.divergence +=
-                "  after     " + testing::PrintToString(state.script[i].text) + "\n";
-        state.divergence += "  expected  " +
-                            (state.position < state.script.size()
-                                 ? testing::PrintToString(state.script[state.position].text)
-                                 : "nothing more") +
-                            "\n";
-    }
-    if (state.seen.size() < 6) // enough to see where it went
-        state.divergence += "  got       " + testing::PrintToString(text) + "\n";
-    state.seen.push_back(text);
-    return {text, -1, EIO};
+    const auto file = state.files.find(fd);
+    return file == state.files.end() ? std::to_string(fd) : printed("i2c-%d", file->second);
+}
+std::string semaphore_name(int id)
+{
+    return id == eeprom_semaphore ? "sem-eeprom" : printed("sem-%d", id - first_semaphore);
 }
 
-Event happen(const std::string &text, int usual_result)
+// Who was recorded in the owner table since the last event.
+void note_owners()
+{
+    for (uint32_t slot = 0; slot < 32 && !state.threads; ++slot)
+        if (table[slot] != no_owner) {
+            state.events.push_back(printed("owner %u = %u", slot, table[slot]));
+            table[slot] = no_owner;
+        }
+}
+
+std::string one_line(const std::string &text)
+{
+    std::string line;
+    for (const char c : text)
+        line += c == '\n' ? "\\n" : std::string(1, c);
+    if (line.ends_with(' '))
+        line.replace(line.size() - 1, 1, "\\x20");
+    return line;
+}
+
+Answer happen(const std::string &text, int usual_result, bool answered)
 {
     const std::lock_guard guard(state.lock);
-    if (state.mode == Mode::idle)
-        ADD_FAILURE() << "outside any script: " << text;
-    if (state.mode != Mode::observing)
-        return answer_script(text);
-    state.seen.push_back(text);
-    const auto exception = std::find_if(state.script.begin(), state.script.end(),
-                                        [&](const Event &e) { return e.text == text; });
-    if (exception == state.script.end())
-        return {text, usual_result};
-    const Event answer = *exception;
-    state.script.erase(exception);
-    return answer;
+    if (state.idle)
+        ADD_FAILURE() << "outside any call: " << text;
+    note_owners();
+    state.events.push_back(one_line(text));
+    Answer given = {text, 1, 1, usual_result};
+    for (Answer &answer : state.answers) {
+        if (!answered || text.find(answer.text) == std::string::npos ||
+            ++answer.seen < answer.first || answer.seen > answer.last)
+            continue;
+        given = answer;
+        const int step = static_cast<int>(answer.seen - answer.first);
+        given.result = answer.result.value_or(usual_result);
+        if (answer.error != 0) {
+            *given.result -= step;
+            given.error += step;
+        }
+    }
+    if (answered)
+        state.events.back() +=
+            printed(" = %d", *given.result) + (given.error != 0 ? " " + name_of(given.error) : "");
+    return given;
 }
 
-// A request: answers with the script's result, errno as on a real system.
-Event request(const std::string &text, int usual_result = 0)
+// A request: gets the result, errno as on a real system.
+Answer request(const std::string &text, int usual_result = 0)
 {
-    const Event answer = happen(text, usual_result);
-    if (state.mode == Mode::observing)
-        std::this_thread::sleep_for(
-            std::chrono::milliseconds(1)); // other threads get here meanwhile
+    Answer answer = happen(text, usual_result, true);
+    if (state.threads) // the others get here meanwhile
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (answer.meanwhile)
         answer.meanwhile();
     if (answer.error != 0)
@@ -131,7 +155,7 @@ Event request(const std::string &text, int usual_result = 0)
 }
 
 // The registry's mutex must never be held while one of these is taken or waited for.
-Event request_unlocked(const std::string &text, int usual_result = 0)
+Answer request_unlocked(const std::string &text, int usual_result = 0)
 {
     return request(mutexes_held == 0 ? text : text + " while a mutex is held", usual_result);
 }
@@ -140,7 +164,7 @@ Event request_unlocked(const std::string &text, int usual_result = 0)
 void note(const std::string &text)
 {
     const int error = errno;
-    happen(text, 0);
+    happen(text, 0, false);
     errno = error;
 }
 
@@ -171,42 +195,13 @@ std::string without_leading_line(std::string text)
     return text;
 }
 
-std::string hex(const uint8_t *bytes, size_t count)
+std::string files_of(const fd_set *set)
 {
-    std::string text = "[";
-    for (size_t i = 0; i < count; ++i)
-        text += printed(i == 0 ? "%02x" : " %02x", bytes[i]);
-    return text + "]";
-}
-
-std::string fds_of(const fd_set *set)
-{
-    if (set == nullptr)
-        return "none";
     std::string text;
-    for (int fd = 0; fd < FD_SETSIZE; ++fd)
+    for (int fd = 0; set != nullptr && fd < FD_SETSIZE; ++fd)
         if (FD_ISSET(fd, set))
-            text += printed("{%d}", fd);
-    return text;
-}
-
-std::string describe(const i2c_msg *msgs, uint32_t count)
-{
-    std::string text = printed("%u:", count);
-    for (uint32_t i = 0; i < count; ++i) {
-        text += printed(" %02x flags=%x ", msgs[i].addr, msgs[i].flags);
-        text += (msgs[i].flags & I2C_M_RD) != 0 ? printed("read %d", msgs[i].len)
-                                                : hex(msgs[i].buf, msgs[i].len);
-    }
-    return text;
-}
-
-std::string describe_smbus(unsigned direction, unsigned command, unsigned size, const uint8_t *area)
-{
-    size_t used = QELI2C_SMBUS_AREA; // zeros at the end are not shown
-    while (used > 0 && area[used - 1] == 0)
-        --used;
-    return printed("rw=%u cmd=%02x size=%u ", direction, command, size) + hex(area, used);
+            text += file_name(fd);
+    return text.empty() ? "none" : text;
 }
 
 void fill_read_messages(const i2c_rdwr_ioctl_data &data, const Bytes &reply)
@@ -218,55 +213,71 @@ void fill_read_messages(const i2c_rdwr_ioctl_data &data, const Bytes &reply)
                 data.msgs[i].buf[j] = reply[taken++];
 }
 
+int answer_smbus(const std::string &file, const i2c_smbus_ioctl_data &data)
+{
+    auto *area = reinterpret_cast<uint8_t *>(data.data);
+    size_t used = QELI2C_SMBUS_AREA; // zeros at the end are not shown
+    while (used > 0 && area[used - 1] == 0)
+        --used;
+    const Answer answer = request_unlocked(printed("%s I2C_SMBUS %s %02x size %u: ", file.c_str(),
+                                                   data.read_write == I2C_SMBUS_READ    ? "read"
+                                                   : data.read_write == I2C_SMBUS_WRITE ? "write"
+                                                                                        : "neither",
+                                                   data.command, data.size) +
+                                           text_of(area, used));
+    std::copy(answer.reply.begin(), answer.reply.end(), area);
+    return *answer.result;
+}
+
 int answer_ioctl(int fd, unsigned long code, void *argument)
 {
-    const auto value = reinterpret_cast<uintptr_t>(argument);
+    const auto value = static_cast<unsigned>(reinterpret_cast<uintptr_t>(argument));
+    const std::string file = file_name(fd);
     if (code == I2C_SLAVE || code == I2C_SLAVE_FORCE)
-        return request_unlocked(
-                   set_slave(fd, code == I2C_SLAVE_FORCE, static_cast<uint16_t>(value)).text)
-            .result;
+        return *request_unlocked(file + printed(" I2C_SLAVE%s %02x",
+                                                code == I2C_SLAVE_FORCE ? "_FORCE" : "", value))
+                    .result;
     if (code == I2C_PEC)
-        return request_unlocked(set_pec(fd, static_cast<unsigned>(value)).text).result;
-    if (code == I2C_RDWR) {
-        const auto &data = *static_cast<i2c_rdwr_ioctl_data *>(argument);
-        if (data.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS)
-            return request(printed("ioctl %d I2C_RDWR of too many messages", fd), -1).result;
-        const Event answer =
-            request_unlocked(printed("ioctl %d I2C_RDWR ", fd) + describe(data.msgs, data.nmsgs),
-                             static_cast<int>(data.nmsgs));
-        fill_read_messages(data, answer.reply);
-        return answer.result;
-    }
-    if (code == I2C_SMBUS) {
-        const auto &data = *static_cast<i2c_smbus_ioctl_data *>(argument);
-        auto *area = reinterpret_cast<uint8_t *>(data.data);
-        const Event answer =
-            request_unlocked(printed("ioctl %d I2C_SMBUS ", fd) +
-                             describe_smbus(data.read_write, data.command, data.size, area));
-        std::copy(answer.reply.begin(), answer.reply.end(), area);
-        return answer.result;
-    }
-    return request(printed("ioctl %d %lx", fd, code)).result;
+        return *request_unlocked(file + printed(" I2C_PEC %u", value)).result;
+    if (code == I2C_SMBUS)
+        return answer_smbus(file, *static_cast<i2c_smbus_ioctl_data *>(argument));
+    if (code != I2C_RDWR)
+        return *request(file + printed(" ioctl %lx", code)).result;
+    const auto &data = *static_cast<i2c_rdwr_ioctl_data *>(argument);
+    if (data.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS)
+        return *request(file + " I2C_RDWR of too many messages", -1).result;
+    const Answer answer = request_unlocked(file + " I2C_RDWR " + text_of(data.msgs, data.nmsgs),
+                                           static_cast<int>(data.nmsgs));
+    fill_read_messages(data, answer.reply);
+    return *answer.result;
 }
 
 bool allocation_fails()
 {
-    if (state.mode == Mode::idle)
+    if (state.idle)
         return false;
     const bool fails = ++state.allocations == state.failing_allocation;
-    if (fails)
+    if (fails) {
+        state.failing_allocation = 0;
         errno = ENOMEM;
-    else
+    } else {
         ++state.unreleased;
+    }
     return fails;
 }
 
 int answer_open(const char *call, const char *path, int flags)
 {
     unsigned bus = 0;
-    const int usual = sscanf(path, "/dev/i2c-%u", &bus) == 1 ? fd_of(bus) : memory_fd;
-    return request(printed("%s %s flags=%x", call, path, flags & ~(O_CLOEXEC | O_LARGEFILE)), usual)
-        .result;
+    const bool is_bus = sscanf(path, "/dev/i2c-%u", &bus) == 1;
+    const int fd =
+        *request(printed("%s %s flags=%x", call, path, flags & ~(O_CLOEXEC | O_LARGEFILE)),
+                 is_bus ? fd_of(bus) : memory_fd)
+             .result;
+    const std::lock_guard guard(state.lock);
+    if (is_bus && fd >= 0)
+        state.files[fd] = bus;
+    return fd;
 }
 
 } // namespace
@@ -274,129 +285,6 @@ int answer_open(const char *call, const char *path, int flags)
 int fd_of(uint32_t bus)
 {
     return 20 + static_cast<int>(bus % 1000);
-}
-int semaphore_of(uint32_t bus)
-{
-    return 200 + static_cast<int>(bus);
-}
-
-Event open_bus(uint32_t bus, int result, int error)
-{
-    return {printed("sigwrap_open /dev/i2c-%d flags=2", static_cast<int>(bus)), result, error};
-}
-Event open_memory(int result, int error)
-{
-    return {"open /dev/mem flags=2", result, error};
-}
-Event map_memory(int result, int error)
-{
-    return {printed("mmap 64 bytes at b8210000 prot=3 flags=1 fd=%d", memory_fd), result, error};
-}
-Event close_memory()
-{
-    return {printed("close %d", memory_fd)};
-}
-Event create_semaphore(uint32_t key, int result, int error)
-{
-    return {printed("OAL_SemCreate %u", key), result, error};
-}
-Event lock_semaphore(uint32_t bus, int result, int error)
-{
-    return {printed("OAL_SemLockBySemId %d 65535", semaphore_of(bus)), result, error};
-}
-Event unlock_semaphore(uint32_t bus, int result, int error)
-{
-    return {printed("OAL_SemUnLockBySemId %d 65535", semaphore_of(bus)), result, error};
-}
-Event lock_file(int fd, int result, int error)
-{
-    return {printed("file_lock_write %d", fd), result, error};
-}
-Event unlock_file(int fd)
-{
-    return {printed("file_unlock %d", fd)};
-}
-Event wait_ready(int fd, bool writable_too, int result, int error)
-{
-    const std::string write = writable_too ? printed("{%d}", fd) : "none";
-    return {printed("sigwrap_select %d read={%d} write=%s except=none timeout=1.000000", fd + 1, fd,
-                    write.c_str()),
-            result, error};
-}
-Event set_slave(int fd, bool force, uint16_t addr, int result, int error)
-{
-    return {printed("ioctl %d %s %02x", fd, force ? "I2C_SLAVE_FORCE" : "I2C_SLAVE", addr), result,
-            error};
-}
-Event set_pec(int fd, unsigned on, int result, int error)
-{
-    return {printed("ioctl %d I2C_PEC %u", fd, on), result, error};
-}
-Event transfer(int fd, const i2c_msg *msgs, uint32_t count, int result, int error,
-               const Bytes &reply)
-{
-    return {printed("ioctl %d I2C_RDWR ", fd) + describe(msgs, count), result, error, reply};
-}
-Event smbus(int fd, unsigned direction, unsigned command, unsigned size, const Bytes &area,
-            int result, int error, const Bytes &reply)
-{
-    Bytes whole = area;
-    whole.resize(QELI2C_SMBUS_AREA);
-    return {printed("ioctl %d I2C_SMBUS ", fd) +
-                describe_smbus(direction, command, size, whole.data()),
-            result, error, reply};
-}
-Event read_mctp(int fd, int result, int error, const Bytes &reply)
-{
-    return {printed("i2c_mctp_read_on_fd %d", fd), result, error, reply};
-}
-
-Event line132(const char *format, ...)
-{
-    WITH_ARGUMENTS(text);
-    return {"DbgOut 132 [ui2c_ioctls]" + text};
-}
-Event line135(const char *format, ...)
-{
-    WITH_ARGUMENTS(text);
-    return {"Runtime_DbgOut 135 [ui2c_ioctls]" + text};
-}
-Event no_registry()
-{
-    return {"stdout pthread_mutex_lock failed.\n"};
-}
-Event no_semaphore(uint32_t bus)
-{
-    return line135("line: #, func: _adapter_ipcsemid(), ipc sem_creat for bus %u failed\n", bus);
-}
-Script argument_check(const char *file, const char *function, const char *argument)
-{
-    return {{printed("sspFailedStat %s", file)},
-            {printed("_ssp_error 255 %s %s assertion failed: %s != 0", file, function, argument)}};
-}
-
-std::string printed(const char *format, ...)
-{
-    WITH_ARGUMENTS(text);
-    return text;
-}
-std::string error_text(int error)
-{
-    return printed("<text of %d>", error);
-}
-std::string with_errno(int error)
-{
-    return printed("errno = %d, ", error) + error_text(error);
-}
-Script &operator+=(Script &script, const Event &event)
-{
-    script.push_back(event);
-    return script;
-}
-Script &operator+=(Script &script, const Script &more)
-{
-    script.insert(script.end(), more.begin(), more.end());
-    return script;
 }
 
 uint32_t *owner_table()
@@ -413,14 +301,14 @@ uint32_t fresh_bus()
 void warm_up(uint32_t bus)
 {
     static std::set<uint32_t> warm;
-    if (!warm.insert(bus).second)
-        return;
-    observe({}, [bus] {
-        ui2c_adapter *adapter = ui2c_to_adapter(bus);
-        ui2c_adapter_fd(adapter);
-        ipc_unlock_adapter(ipc_lock_adapter(adapter));
-        getPidOfI2CAccess(adapter);
-    });
+    if (warm.insert(bus).second)
+        observe({}, [bus] {
+            ui2c_adapter *adapter = ui2c_to_adapter(bus);
+            ui2c_adapter_fd(adapter);
+            if (bus < 16)
+                ipc_unlock_adapter(ipc_lock_adapter(adapter));
+            getPidOfI2CAccess(adapter);
+        });
 }
 
 void fail_allocation(unsigned nth)
@@ -431,10 +319,6 @@ void fail_next_mutex_lock()
 {
     mutex_lock_fails = true;
 }
-void pretend_process_id(int id)
-{
-    state.process_id = id;
-}
 unsigned allocations()
 {
     return state.allocations;
@@ -444,47 +328,35 @@ int unreleased()
     return state.unreleased;
 }
 
-void begin(const Script &script)
+void begin(std::vector<Answer> answers, bool threads)
 {
-    forget_locks(); // a script may end with a bus held
+    forget_locks(); // a call may end with a bus held
     const std::lock_guard guard(state.lock);
-    state.script = script;
-    state.position = 0;
-    state.divergence.clear();
-    state.seen.clear();
+    state.answers = std::move(answers);
+    state.threads = threads;
+    state.events.clear();
     state.allocations = 0;
     state.unreleased = 0;
-    state.mode = Mode::playing;
+    std::fill_n(table, 32, no_owner);
+    state.idle = false;
 }
 
-void end(const std::source_location &where)
+std::vector<std::string> end()
 {
     const std::lock_guard guard(state.lock);
-    state.mode = Mode::idle;
-    state.failing_allocation = 0;
-    const int line = static_cast<int>(where.line());
-    if (!state.divergence.empty())
-        ADD_FAILURE_AT(where.file_name(), line) << "event " << state.position << ":\n"
-                                                << state.divergence;
-    else if (state.position < state.script.size())
-        ADD_FAILURE_AT(where.file_name(), line)
-            << "never happened: " << testing::PrintToString(state.script[state.position].text);
-    if (mutexes_held != 0 || mutex_lock_fails)
-        ADD_FAILURE_AT(where.file_name(), line) << "mutexes still held: " << mutexes_held;
+    note_owners();
+    for (const Answer &answer : state.answers)
+        if (answer.seen < answer.first)
+            state.events.push_back("never asked: " + answer.text);
+    if (state.failing_allocation.exchange(0) != 0)
+        state.events.push_back("never asked: memory");
+    if (mutex_lock_fails)
+        state.events.push_back("never asked: a mutex");
+    if (mutexes_held != 0)
+        state.events.push_back("mutexes still held");
     mutex_lock_fails = false;
-}
-
-void begin_observing(const Script &exceptions)
-{
-    begin(exceptions);
-    state.mode = Mode::observing;
-}
-
-std::vector<std::string> end_observing()
-{
-    const std::lock_guard guard(state.lock);
-    state.mode = Mode::idle;
-    return state.seen;
+    state.idle = true;
+    return state.events;
 }
 
 } // namespace scripted
@@ -496,17 +368,17 @@ extern "C" {
 void IDBG_LINUXAPP_DbgOut(uint32_t level, const char *format, ...)
 {
     WITH_ARGUMENTS(text);
-    note(printed("DbgOut %u ", level) + without_line(text));
+    note(printed("err%u ", level) + without_line(text));
 }
 void IDBG_LINUXAPP_Runtime_DbgOut(uint32_t level, const char *format, ...)
 {
     WITH_ARGUMENTS(text);
-    note(printed("Runtime_DbgOut %u ", level) + without_line(text));
+    note(printed("run%u ", level) + without_line(text));
 }
 void IDBG_LINUXAPP_AuditOut(uint32_t level, const char *format, ...)
 {
     WITH_ARGUMENTS(text);
-    note(printed("AuditOut %u ", level) + without_line(text));
+    note(printed("audit%u ", level) + without_line(text));
 }
 void sspFailedStat(const char *file, uint32_t line)
 {
@@ -534,32 +406,31 @@ int qel_printf_s(const char *format, ...)
 
 int32_t OAL_SemCreate(uint32_t key)
 {
-    return request(create_semaphore(key, 0).text, semaphore_of(key - 0x3060)).result;
+    return *request(printed("OAL_SemCreate %u", key), static_cast<int>(key)).result;
 }
 int32_t OAL_SemLockBySemId(int32_t id, uint32_t wait)
 {
-    // Without a script several threads may come at once.
-    if (state.mode == Mode::observing)
+    if (state.threads) // several may come at once
         semaphore.lock();
-    return request_unlocked(printed("OAL_SemLockBySemId %d %u", id, wait)).result;
+    return *request_unlocked(printed("lock %s %u", semaphore_name(id).c_str(), wait)).result;
 }
 // A release that succeeds may leave any errno behind: the library must not return it as a
 // transfer's.
 int32_t OAL_SemUnLockBySemId(int32_t id, uint32_t wait)
 {
-    if (state.mode == Mode::observing)
+    if (state.threads)
         semaphore.unlock();
     errno = EDOM;
-    return request_unlocked(printed("OAL_SemUnLockBySemId %d %u", id, wait)).result;
+    return *request_unlocked(printed("unlock %s %u", semaphore_name(id).c_str(), wait)).result;
 }
 int file_lock_write(int fd)
 {
-    return request_unlocked(lock_file(fd).text).result;
+    return *request_unlocked("file_lock_write " + file_name(fd)).result;
 }
 int file_unlock(int fd)
 {
     errno = EDOM;
-    return request_unlocked(unlock_file(fd).text).result;
+    return *request_unlocked("file_unlock " + file_name(fd)).result;
 }
 int sigwrap_open(const char *path, int flags, ...)
 {
@@ -568,12 +439,13 @@ int sigwrap_open(const char *path, int flags, ...)
 int sigwrap_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfds,
                    struct timeval *timeout)
 {
-    return request_unlocked(
-               printed("sigwrap_select %d read=%s write=%s except=%s timeout=%ld.%06ld", nfds,
-                       fds_of(readfds).c_str(), fds_of(writefds).c_str(), fds_of(exceptfds).c_str(),
-                       static_cast<long>(timeout->tv_sec), static_cast<long>(timeout->tv_usec)),
-               1)
-        .result;
+    return *request_unlocked("select below " + file_name(nfds - 1) + "+1 read " +
+                                 files_of(readfds) + " write " + files_of(writefds) + " except " +
+                                 files_of(exceptfds) +
+                                 printed(" %ld.%06ld s", static_cast<long>(timeout->tv_sec),
+                                         static_cast<long>(timeout->tv_usec)),
+                             1)
+                .result;
 }
 void select_sleep(uint32_t seconds, uint32_t microseconds)
 {
@@ -582,16 +454,16 @@ void select_sleep(uint32_t seconds, uint32_t microseconds)
 }
 int mmap_read32(uint32_t physical_address, uint32_t *value)
 {
-    const Event answer = request(printed("mmap_read32 %x", physical_address));
+    const Answer answer = request(printed("mmap_read32 %x", physical_address));
     if (answer.reply.size() == sizeof(*value))
         memcpy(value, answer.reply.data(), sizeof(*value));
-    return answer.result;
+    return *answer.result;
 }
 int i2c_mctp_read_on_fd(int fd, uint8_t *buffer)
 {
-    const Event answer = request(read_mctp(fd, 0).text);
+    const Answer answer = request("i2c_mctp_read_on_fd " + file_name(fd));
     std::copy(answer.reply.begin(), answer.reply.end(), buffer);
-    return answer.result;
+    return *answer.result;
 }
 
 int qel_memset_s(void *dest, size_t dest_size, int value, size_t count)
@@ -624,7 +496,7 @@ const char *qel_strerror_s(int errnum)
 {
     const int error = errno;
     thread_local std::string text;
-    text = error_text(errnum);
+    text = name_of(errnum);
     errno = error;
     return text.c_str();
 }
@@ -652,37 +524,38 @@ int __wrap_open64(const char *path, int flags, ...)
 }
 int __wrap_close(int fd)
 {
-    if (state.mode == Mode::idle)
+    if (state.idle)
         return __real_close(fd);
     errno = EDOM; // as with the releases
-    return request(printed("close %d", fd)).result;
+    return *request(printed("close %d", fd)).result;
 }
 void *__wrap_mmap64(void *, size_t length, int prot, int flags, int fd, off64_t offset)
 {
-    const Event answer = request(printed("mmap %zu bytes at %llx prot=%d flags=%d fd=%d", length,
-                                         static_cast<unsigned long long>(offset), prot, flags, fd));
-    return answer.result < 0 ? MAP_FAILED : table;
+    const Answer answer =
+        request(printed("mmap %zu bytes at %llx prot=%d flags=%d fd=%d", length,
+                        static_cast<unsigned long long>(offset), prot, flags, fd));
+    return *answer.result < 0 ? MAP_FAILED : table;
 }
 pid_t __wrap_getpid(void)
 {
-    return state.process_id != 0 ? state.process_id.load() : __real_getpid();
+    return state.idle ? __real_getpid() : *request("getpid", 4711).result;
 }
 void *__wrap_malloc(size_t size)
 {
     void *block = allocation_fails() ? nullptr : __real_malloc(size);
-    if (block != nullptr && state.mode != Mode::idle)
+    if (block != nullptr && !state.idle)
         memset(block, 0xa5, std::min<size_t>(size, 1 << 20)); // never taken for something set
     return block;
 }
 void __wrap_free(void *block)
 {
-    if (block != nullptr && state.mode != Mode::idle)
+    if (block != nullptr && !state.idle)
         --state.unreleased;
     __real_free(block);
 }
 unsigned __wrap_sleep(unsigned seconds)
 {
-    if (state.mode == Mode::idle)
+    if (state.idle)
         return __real_sleep(seconds);
     note(printed("sleep %u", seconds));
     errno = EDOM; // as with the releases
@@ -696,7 +569,7 @@ int __wrap_pthread_atfork(void (*prepare)(), void (*parent)(), void (*child)())
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)
 {
-    if (mutex_lock_fails && state.mode == Mode::playing) {
+    if (mutex_lock_fails && !state.idle) {
         mutex_lock_fails = false;
         return EINVAL;
     }

@@ -13,9 +13,7 @@ const struct {
     const char *program;
     const char *filter;
 } rows[] = {
-    {"owner-table", "qeli2c_unit_tests", "OwnerTable.*"},
-    {"first-use", "qeli2c_unit_tests", "FirstUse.*"},
-    {"eeprom-semaphore", "qeli2c_unit_tests", "EepromSemaphore.*"},
+    {"first-use", "qeli2c_unit_tests", "FirstUse*"},
     {"file-lock", "qelplatform_tests", "FileLock.*"},
     {"log", "qelplatform_tests", "Log.*"},
 };

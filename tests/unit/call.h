@@ -1,0 +1,42 @@
+// Calls of the library by name, with their arguments as words.
+//
+//   a device       BUS/ADDR, BUS/SWITCH.CHANNEL/ADDR, BUS/UPSTREAM.CHANNEL/SWITCH.CHANNEL/ADDR;
+//                  ":FLAGS" and "@NAME" may follow. A bus for itself is its number, a switch
+//                  BUS/ADDR. All but buses is hex.
+//   a monitor      DEVICE,CONFIGURATION,CALIBRATION and the four coefficients
+//   a number       decimal or 0x; several as 1,2
+//   bytes          as notation.h has them, also for a retimer's record
+//   messages       likewise; "50w57.b0:1" has more bytes than its length; two arrays with a "|"
+//   an output      ">" and for bytes how many: ">4"; "=" and what is there before: ">4=12ab"
+//   "null"         a null pointer
+#ifndef TESTS_UNIT_CALL_H
+#define TESTS_UNIT_CALL_H
+
+#include "tests/calls/exported_calls.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/** A call ready to be made: it gives its result as text. */
+struct Call {
+    struct Output {
+        uint8_t *bytes; // with as many as a margin has around them
+        size_t size;
+        std::vector<uint8_t> before; // margins included
+        bool is_float, is_number;
+    };
+    std::function<std::string()> run;
+    std::vector<Output> outputs;
+    std::vector<std::shared_ptr<void>> memory;
+};
+
+/** Throws std::invalid_argument when it makes no sense. The buses it names are warmed up first, or
+ * left as they are. */
+Call call_of(const std::string &line, bool warm);
+
+/** What the outputs are now: "untouched" or what was written; a word to each. */
+std::string outputs_of(const Call &call);
+
+#endif
