@@ -22,6 +22,7 @@ void add_witness_cases(Cases &cases);
 void add_refusal_cases(Cases &cases);
 void add_controller_cases(Cases &cases);
 void add_owner_cases(Cases &cases);
+void add_cost_cases(Cases &cases);
 void add_crowd_cases(Cases &cases);
 void add_tool_cases(Cases &cases);
 void add_unit_test_cases(Cases &cases);

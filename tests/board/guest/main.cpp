@@ -101,6 +101,7 @@ int main(int argc, char **argv)
     board::add_refusal_cases(cases);
     board::add_controller_cases(cases);
     board::add_owner_cases(cases);
+    board::add_cost_cases(cases);
     board::add_crowd_cases(cases);
     board::add_tool_cases(cases);
     board::add_unit_test_cases(cases);
