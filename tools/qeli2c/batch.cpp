@@ -52,18 +52,14 @@ std::vector<std::string> words_of(const std::string &line)
     return words;
 }
 
-void run_line(const std::string &line, const Options &options)
+void run_line(const std::string &line, Options options)
 {
     const std::vector<std::string> words = words_of(line);
     if (words.empty())
         return;
-    if (words[0] == "batch")
-        throw usage_error("batch cannot be nested");
-    Tool tool;
-    tool.options = options;
-    parse_command_line(words, tool);
-    if (tool.action)
-        tool.action();
+    options.in_batch = true;
+    if (const Action action = parse_command_line(words, options))
+        action(options);
 }
 
 // Each failure as the editors and people know them: "FILE:LINE: MESSAGE".
@@ -81,6 +77,8 @@ int run_reported(const std::string &line, const std::string &place, const Option
 
 void batch(const BatchArguments &arguments, const Options &options)
 {
+    if (options.in_batch)
+        throw usage_error("batch cannot be nested");
     const bool from_input = arguments.file == "-";
     const bool prompt = from_input && isatty(STDIN_FILENO) && isatty(STDERR_FILENO);
     std::ifstream file;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -45,22 +46,8 @@ const struct {
     {"batch", add_batch}, {"selftest", add_selftest},
 };
 
-// Describing them all takes longer than most commands do, so only those are described whose names
-// are among the words. Nothing is lost when that are too many; none makes it all of them.
-void add_commands(CLI::App &app, Tool &tool, const std::vector<std::string> &words)
+void describe(CLI::App &app, Options &options)
 {
-    for (const auto &command : kCommands)
-        if (std::find(words.begin(), words.end(), command.name) != words.end())
-            command.add(app, tool);
-    if (!app.get_subcommands({}).empty())
-        return;
-    for (const auto &command : kCommands)
-        command.add(app, tool);
-}
-
-void describe(CLI::App &app, Tool &tool)
-{
-    Options &options = tool.options;
     app.formatter(std::make_shared<ToolHelp>());
     app.require_subcommand(0, 1);
     app.fallthrough();
@@ -75,6 +62,38 @@ void describe(CLI::App &app, Tool &tool)
                "channel 3 of the switch at 0x71, to 0x50. Numbers are decimal, 0x or 0b.\n"
                "Without --board and $QELI2C_BOARD, /etc/qeli2c/board.json is read if it\n"
                "exists. Exit status: 0 done, 1 failed, 2 wrong usage.");
+}
+
+// The description of some of the commands, or of all, and where it is parsed to.
+struct CommandLine {
+    Tool tool;
+    CLI::App app{"Reads and writes devices on I2C buses, through the switches in front of them.",
+                 "qeli2c"};
+
+    explicit CommandLine(const std::vector<std::string> &names)
+    {
+        describe(app, tool.options);
+        for (const auto &command : kCommands)
+            if (names.empty() || std::find(names.begin(), names.end(), command.name) != names.end())
+                command.add(app, tool);
+    }
+};
+
+constexpr size_t kMostKept = 32; // more than there are commands
+
+// Describing them all takes longer than most commands do, so only those are described whose names
+// are among the words. Nothing is lost when that are too many; none makes it all of them. The lines
+// of a batch use what those before have left.
+CommandLine &command_line_for(const std::vector<std::string> &words)
+{
+    static std::map<std::vector<std::string>, CommandLine> kept;
+    std::vector<std::string> names;
+    for (const auto &command : kCommands)
+        if (std::find(words.begin(), words.end(), command.name) != words.end())
+            names.emplace_back(command.name);
+    if (kept.size() >= kMostKept && kept.count(names) == 0)
+        kept.clear();
+    return kept.try_emplace(names, names).first->second;
 }
 
 constexpr Manual kManual = {
@@ -175,19 +194,21 @@ void add_flag(CLI::App &command, const char *name, bool &value, const char *desc
     command.add_flag(name, value, description);
 }
 
-void parse_command_line(const std::vector<std::string> &words, Tool &tool)
+Action parse_command_line(const std::vector<std::string> &words, Options &options)
 {
-    CLI::App app("Reads and writes devices on I2C buses, through the switches in front of them.",
-                 "qeli2c");
-    describe(app, tool);
-    add_commands(app, tool, words);
+    auto &[tool, app] = command_line_for(words);
+    tool.options = options;
+    tool.action = nullptr;
+    for (const auto &forget : tool.forget)
+        forget();
+    app.clear();
     if (write_manual(app, words))
-        return;
+        return nullptr;
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::Success &success) {
         app.exit(success);
-        return;
+        return nullptr;
     } catch (const CLI::ExtrasError &) {
         throw unexpected(app);
     } catch (const CLI::ParseError &error) {
@@ -197,6 +218,8 @@ void parse_command_line(const std::vector<std::string> &words, Tool &tool)
         throw usage_failure(app, app.get_subcommands().empty()
                                      ? "no command: scan, get, set, dump and others"
                                      : "which of its commands?");
+    options = tool.options;
+    return tool.action;
 }
 
 } // namespace tool

@@ -35,8 +35,11 @@ Command<Arguments> add_command(CLI::App &app, Tool &tool, const char *name, cons
 {
     auto arguments = std::make_shared<Arguments>();
     CLI::App &command = add_command(app, name, description, footer, [arguments, run, &tool] {
-        tool.action = [arguments, run, &tool] { run(*arguments, tool.options); };
+        tool.action = [arguments = *arguments, run](const Options &options) {
+            run(arguments, options);
+        };
     });
+    tool.forget.push_back([arguments] { *arguments = {}; });
     return {command, *arguments};
 }
 
@@ -62,9 +65,9 @@ void add_option(CLI::App &command, const char *name, std::string &value, const c
 
 void add_flag(CLI::App &command, const char *name, bool &value, const char *description);
 
-// Fills the options and the action of `tool`. Without an action there is nothing to do: help was
-// asked for and shown.
-void parse_command_line(const std::vector<std::string> &words, Tool &tool);
+// What the command line asks for, with `options` changed to how it is to be done. Without an action
+// there is nothing to do: help was asked for and shown.
+Action parse_command_line(const std::vector<std::string> &words, Options &options);
 
 } // namespace tool
 

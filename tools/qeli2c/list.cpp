@@ -56,7 +56,7 @@ void list(const Options &options)
 void add_list(CLI::App &app, Tool &tool)
 {
     add_command(app, "list", "Show the devices the board file describes", "",
-                [&tool] { tool.action = [&tool] { list(tool.options); }; });
+                [&tool] { tool.action = list; });
 }
 
 } // namespace tool

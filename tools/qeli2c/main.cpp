@@ -38,12 +38,12 @@ int run(const std::vector<std::string> &words, char **argv)
 {
     int status = tool::EXIT_DONE;
     try {
-        tool::Tool tool;
-        tool::parse_command_line(words, tool);
-        if (tool.options.verbose && tool.action)
+        tool::Options options;
+        const tool::Action action = tool::parse_command_line(words, options);
+        if (options.verbose && action)
             restart_with_trace(argv);
-        if (tool.action)
-            tool.action();
+        if (action)
+            action(options);
         tool::flush_results();
     } catch (const tool::Failure &failure) {
         if (!failure.message.empty())

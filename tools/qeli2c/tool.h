@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace CLI
 {
@@ -22,11 +23,15 @@ struct Options {
     bool yes = false;
     bool quiet = false;
     bool verbose = false;
+    bool in_batch = false; // the command is a line of it
 };
+
+using Action = std::function<void(const Options &options)>;
 
 struct Tool {
     Options options;
-    std::function<void()> action; // what the command line asked for, run once it has been parsed
+    Action action;                             // what the command line asked for
+    std::vector<std::function<void()>> forget; // a command's arguments each, before another parsing
 };
 
 // Each adds its command and options to the command line and, when that command is chosen, sets
