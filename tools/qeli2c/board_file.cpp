@@ -69,7 +69,8 @@ DevicePath path_of(const simboard::BoardDescription &board,
 const simboard::DeviceDescription *device_at(const Board &board, const DevicePath &path)
 {
     for (const simboard::DeviceDescription &device : board.description.devices)
-        if (path_of(board.description, device) == path)
+        if (device.bus == path.bus && device.address == path.address && // most are not
+            path_of(board.description, device) == path)
             return &device;
     return nullptr;
 }
