@@ -121,7 +121,8 @@ void read_devices(Reader &reader, const Json::Value &list, const std::string &pa
 void read_bus(Reader &reader, const Json::Value &value, const std::string &path,
               uint32_t board_bit_ns)
 {
-    if (!check_object(reader, value, path, {"bus", "speed", "status", "devices"})) {
+    static const std::set<std::string> known = {"bus", "speed", "status", "devices"};
+    if (!check_object(reader, value, path, known)) {
         return;
     }
     const auto number = read_number(reader, value, path, "bus", 0, 15, "0 to 15");

@@ -118,7 +118,7 @@ void read_options(Reader &reader, const Json::Value &value, const std::string &p
         return;
     }
     const ChipKind &kind = chip_kind(chip_type(device.type));
-    const std::set<std::string> numbers = stimulus_keys();
+    static const std::set<std::string> numbers = stimulus_keys();
     for (const std::string &key : value.getMemberNames()) {
         const Option option = {reader, value[key], join(path, key)};
         if (key == "channels" && device.type != "pca9548") {

@@ -36,13 +36,19 @@ void add_syntax_errors(const std::string &report, std::vector<DescriptionError> 
     }
 }
 
-} // namespace
-
-bool parse_json(const std::string &text, Json::Value &root, std::vector<DescriptionError> &errors)
+Json::CharReaderBuilder strict_json()
 {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["rejectDupKeys"] = false; // looked for apart, so that they do not hide other mistakes
+    return builder;
+}
+
+} // namespace
+
+bool parse_json(const std::string &text, Json::Value &root, std::vector<DescriptionError> &errors)
+{
+    static const Json::CharReaderBuilder builder = strict_json();
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string report;
     try {

@@ -211,7 +211,7 @@ void read_own(const StepReader &from, FaultStep &step)
 
 void check_keys(const StepReader &from)
 {
-    const std::set<std::string> all = all_fault_keys();
+    static const std::set<std::string> all = all_fault_keys();
     for (const std::string &key : from.value.getMemberNames()) {
         if (all.count(key) == 0) {
             from.complain(key.c_str(), "unknown key");
