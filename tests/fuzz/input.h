@@ -54,10 +54,4 @@ struct Input {
 
 } // namespace fuzz
 
-// Speed: freed blocks are kept from use for a while only, and nothing is known of who had them.
-extern "C" inline __attribute__((used)) const char *__asan_default_options()
-{
-    return "quarantine_size_mb=4:malloc_context_size=0";
-}
-
 #endif
