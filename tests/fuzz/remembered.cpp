@@ -53,5 +53,6 @@ void fuzz::forget_calls()
     __real_free(std::exchange(adapters.data, nullptr));
     forget(switches.next);
     forget(clients.next);
+    found_last = &clients;
     cached_semid = -1;
 }
