@@ -22,9 +22,12 @@ uint64_t sleeps = 0;
 
 extern "C" {
 
+// The C library's own names for what is defined anew here.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
 void *__libc_realloc(void *block, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 void *malloc(size_t size)
 {
