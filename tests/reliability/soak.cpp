@@ -20,6 +20,7 @@ namespace
 
 constexpr uint64_t kWaiters = 8 * 4 - 1;
 constexpr uint64_t kLeastToCompare = 100000; // transfers, for shares within 3 percent
+constexpr uint64_t kLeastForEveryFault = 1000000; // transfers
 constexpr char kLoad[] = "qeli2c-stress --json --processes 8 --threads 4 ";
 
 // A device for each of the 32 threads: registers on every bus, then one or two of each other type.
@@ -78,15 +79,17 @@ void judge(simboard::testing::Board &board)
         require(false, line);
 }
 
-void soak_all(simboard::testing::Board &board, const std::string &length)
+// A short load may be over before a rare fault strikes.
+void soak_all(simboard::testing::Board &board, const std::string &length, bool is_short)
 {
     board.inject(kFaults);
     const Json::Value report = load(length + " --mixed --faulty --device " + std::string(kDevices));
     judge(board);
-    require(board.unfired().empty(), board.unfired());
+    require(is_short || board.unfired().empty(), board.unfired());
     uint64_t struck = 0;
     for (const simboard::FaultRecord &fault : board.faults())
         struck += fault.step.fired;
+    require(struck > 0, "no fault struck");
     record_figure("soak.transfers", report["transfers"].asUInt64(), "calls that succeeded");
     record_figure("soak.failed", report["errors"].asUInt64(), "calls that failed, as they had to");
     record_figure("soak.faults", struck, "faults struck");
@@ -127,7 +130,7 @@ int main(int count, char **arguments)
     };
     {
         simboard::testing::Board board(simboard::testing::reference_board());
-        soak_all(board, part(timed ? 8 : 11, 0));
+        soak_all(board, part(timed ? 8 : 11, 0), !timed && number < kLeastForEveryFault);
     }
     simboard::testing::Board board(simboard::testing::reference_board());
     soak_one_bus(board, part(2, kLeastToCompare));
