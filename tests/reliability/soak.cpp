@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr uint64_t kWaiters = 8 * 4 - 1;
-constexpr uint64_t kLeastToCompare = 100000; // transfers, for shares within 3 percent
+constexpr uint64_t kLeastToCompare = 100000;      // transfers, for shares within 3 percent
 constexpr uint64_t kLeastForEveryFault = 1000000; // transfers
 constexpr char kLoad[] = "qeli2c-stress --json --processes 8 --threads 4 ";
 
