@@ -99,6 +99,12 @@ int __wrap_execv(const char *, char *const *)
 {
     broken("a program is run");
 }
+// The self-test's checks are processes that wait, and some that crash on purpose.
+pid_t __wrap_fork()
+{
+    errno = EAGAIN;
+    return -1;
+}
 int __wrap_nanosleep(const timespec *, timespec *)
 {
     clock_now += std::chrono::milliseconds(1);

@@ -91,9 +91,15 @@ Finding run_apart(const PlatformCheck &check, const CheckSettings &settings)
 {
     int ends[2];
     std::cout.flush();
-    const pid_t process = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;
-    if (process < 0)
+    if (pipe2(ends, O_CLOEXEC) < 0)
         throw operation_failed(std::string("no process for a check: ") + std::strerror(errno));
+    const pid_t process = fork();
+    if (process < 0) {
+        const int error = errno;
+        close(ends[0]);
+        close(ends[1]);
+        throw operation_failed(std::string("no process for a check: ") + std::strerror(error));
+    }
     if (process == 0)
         check_here(check, settings, ends[1]);
     setpgid(process, process);
