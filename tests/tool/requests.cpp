@@ -18,8 +18,6 @@
 namespace
 {
 
-using Bytes = std::vector<uint8_t>;
-
 constexpr uint8_t kFiller = 0xee; // in buffers that a request is to fill
 
 struct Device {
@@ -45,23 +43,38 @@ Value one_of(const std::map<std::string, Value> &words, const std::string &word)
     return found != words.end() ? found->second : static_cast<Value>(number(word));
 }
 
-// "33" or "33*8192"
-void add_bytes(Bytes &bytes, const std::string &word)
+std::string failed(int error, bool untouched)
 {
-    const size_t star = word.find('*');
-    const size_t count = star == std::string::npos ? 1 : number(word.substr(star + 1));
-    bytes.insert(bytes.end(), count, static_cast<uint8_t>(number(word, 16)));
+    return strerrorname_np(error) + std::string(untouched ? "" : ", but a buffer was written");
 }
 
-// "ff 00*16": from eight equal bytes on, their number.
+const std::map<std::string, int> kFlags = {
+    {"/nostart", I2C_M_NOSTART}, {"/stop", I2C_M_STOP},     {"/ignore-nak", I2C_M_IGNORE_NAK},
+    {"/ten", I2C_M_TEN},         {"/len0", I2C_M_RECV_LEN}, {"/len1", I2C_M_RECV_LEN},
+    {"/len2", I2C_M_RECV_LEN}};
+
+} // namespace
+
+void add_bytes(Bytes &bytes, const std::string &word)
+{
+    const size_t mark = word.find_first_of("*+");
+    const size_t count = mark == std::string::npos ? 1 : number(word.substr(mark + 1));
+    const unsigned step = mark != std::string::npos && word[mark] == '+' ? 1 : 0;
+    for (size_t i = 0; i < count; i++)
+        bytes.push_back(static_cast<uint8_t>(number(word, 16) + step * i));
+}
+
 std::string shown(const Bytes &bytes)
 {
     std::string text;
     for (auto at = bytes.begin(); at != bytes.end();) {
-        auto end = std::find_if(at, bytes.end(), [&at](uint8_t byte) { return byte != *at; });
+        auto end = at + 1;
+        const int step = end != bytes.end() && *end == static_cast<uint8_t>(*at + 1) ? 1 : 0;
+        while (end != bytes.end() && *end == static_cast<uint8_t>(end[-1] + step))
+            end++;
         const bool many = end - at >= 8;
         char field[16];
-        (void)snprintf(field, sizeof field, many ? " %02x*%d" : " %02x", *at,
+        (void)snprintf(field, sizeof field, many ? " %02x%c%d" : " %02x", *at, step ? '+' : '*',
                        static_cast<int>(end - at));
         text += field;
         at = many ? end : at + 1;
@@ -69,26 +82,7 @@ std::string shown(const Bytes &bytes)
     return text.empty() ? "ok" : text.substr(1);
 }
 
-std::string failed(int error, bool untouched)
-{
-    return strerrorname_np(error) + std::string(untouched ? "" : ", but a buffer was written");
-}
-
-struct Message {
-    uint16_t address = 0;
-    int flags = 0;
-    size_t length = 0;   // of a read
-    uint8_t counted = 0; // bytes to come besides those that the device counts
-    bool nowhere = false;
-    Bytes bytes;
-};
-
-const std::map<std::string, int> kFlags = {
-    {"/nostart", I2C_M_NOSTART}, {"/stop", I2C_M_STOP},     {"/ignore-nak", I2C_M_IGNORE_NAK},
-    {"/ten", I2C_M_TEN},         {"/len0", I2C_M_RECV_LEN}, {"/len1", I2C_M_RECV_LEN},
-    {"/len2", I2C_M_RECV_LEN}};
-
-std::deque<Message> parse(std::istringstream &words, uint16_t address)
+std::deque<Message> parse_messages(std::istringstream &words, uint16_t address)
 {
     std::deque<Message> messages(1);
     messages[0].address = address;
@@ -121,7 +115,38 @@ std::deque<Message> parse(std::istringstream &words, uint16_t address)
     return messages;
 }
 
-} // namespace
+std::vector<i2c_msg> as_list(std::deque<Message> &messages)
+{
+    std::vector<i2c_msg> list;
+    for (Message &message : messages) {
+        const bool read = (message.flags & I2C_M_RD) != 0;
+        if ((message.flags & I2C_M_RECV_LEN) != 0)
+            message.bytes.at(0) = message.counted;
+        list.push_back({message.address, static_cast<uint16_t>(message.flags),
+                        static_cast<uint16_t>(read ? message.length : message.bytes.size()),
+                        message.nowhere ? nullptr : message.bytes.data()});
+    }
+    return list;
+}
+
+bool same_bytes(const std::deque<Message> &before, const std::deque<Message> &after)
+{
+    return std::equal(before.begin(), before.end(), after.begin(),
+                      [](const Message &a, const Message &b) { return a.bytes == b.bytes; });
+}
+
+Bytes what_was_read(const std::deque<Message> &messages)
+{
+    Bytes read;
+    for (const Message &message : messages) {
+        const bool counts = (message.flags & I2C_M_RECV_LEN) != 0;
+        const size_t length = counts ? message.bytes[0] + size_t{message.counted} : message.length;
+        if ((message.flags & I2C_M_RD) != 0)
+            read.insert(read.end(), message.bytes.begin(),
+                        message.bytes.begin() + static_cast<ptrdiff_t>(length));
+    }
+    return read;
+}
 
 std::string taken_line(const std::string &line)
 {
@@ -141,37 +166,18 @@ std::string transfer_line(const std::string &line)
     std::istringstream words(line.substr(slash + 1));
     std::string address;
     words >> address;
-    std::deque<Message> messages = parse(words, static_cast<uint16_t>(number(address)));
-    std::vector<i2c_msg> list;
-    for (Message &message : messages) {
-        const bool read = (message.flags & I2C_M_RD) != 0;
-        if ((message.flags & I2C_M_RECV_LEN) != 0)
-            message.bytes.at(0) = message.counted;
-        list.push_back({message.address, static_cast<uint16_t>(message.flags),
-                        static_cast<uint16_t>(read ? message.length : message.bytes.size()),
-                        message.nowhere ? nullptr : message.bytes.data()});
-    }
+    std::deque<Message> messages = parse_messages(words, static_cast<uint16_t>(number(address)));
+    std::vector<i2c_msg> list = as_list(messages);
     const std::deque<Message> before = messages;
     const Device device(line.substr(1, slash - 1));
     i2c_rdwr_ioctl_data data = {list.data(), static_cast<uint32_t>(list.size())};
     errno = 0;
     const int result = ioctl(device.fd, I2C_RDWR, &data);
-    const bool untouched =
-        std::equal(before.begin(), before.end(), messages.begin(),
-                   [](const Message &a, const Message &b) { return a.bytes == b.bytes; });
     if (result < 0)
-        return failed(errno, untouched);
+        return failed(errno, same_bytes(before, messages));
     if (result != static_cast<int>(list.size()) || errno != 0)
         return "result " + std::to_string(result) + ", errno " + std::to_string(errno);
-    Bytes read;
-    for (const Message &message : messages) {
-        const bool counts = (message.flags & I2C_M_RECV_LEN) != 0;
-        const size_t length = counts ? message.bytes[0] + size_t{message.counted} : message.length;
-        if ((message.flags & I2C_M_RD) != 0)
-            read.insert(read.end(), message.bytes.begin(),
-                        message.bytes.begin() + static_cast<ptrdiff_t>(length));
-    }
-    return shown(read);
+    return shown(what_was_read(messages));
 }
 
 std::string smbus_line(const std::string &line)

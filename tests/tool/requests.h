@@ -10,7 +10,33 @@
 #ifndef TESTS_TOOL_REQUESTS_H
 #define TESTS_TOOL_REQUESTS_H
 
+#include <cstdint>
+#include <deque>
+#include <linux/i2c.h>
+#include <sstream>
 #include <string>
+#include <vector>
+
+using Bytes = std::vector<uint8_t>;
+
+// Bytes in hexadecimal; from eight on "00*16" stands for equal ones, "40+16" for ones that count
+// up.
+void add_bytes(Bytes &bytes, const std::string &word);
+std::string shown(const Bytes &bytes);
+
+// The messages of one transfer.
+struct Message {
+    uint16_t address = 0;
+    int flags = 0;
+    size_t length = 0;   // of a read
+    uint8_t counted = 0; // bytes to come besides those that the device counts
+    bool nowhere = false;
+    Bytes bytes;
+};
+std::deque<Message> parse_messages(std::istringstream &words, uint16_t address);
+std::vector<i2c_msg> as_list(std::deque<Message> &messages);
+bool same_bytes(const std::deque<Message> &before, const std::deque<Message> &after);
+Bytes what_was_read(const std::deque<Message> &messages);
 
 // What came back: bytes in hexadecimal, "ok" when there are none, or the name of the error.
 std::string transfer_line(const std::string &line);
