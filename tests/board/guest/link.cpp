@@ -74,15 +74,6 @@ void say(const std::string &line)
     }
 }
 
-void say_output(const std::string &name, std::string_view text)
-{
-    while (!text.empty()) {
-        const size_t end = text.find('\n');
-        say("OUT " + name + " " + std::string(text.substr(0, end)));
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    }
-}
-
 std::string machine(const std::string &command)
 {
     return ask("machine " + command);

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 namespace board::link
 {
@@ -15,9 +14,6 @@ void open_line(const char *device);
 
 // One line of text.
 void say(const std::string &line);
-
-// Lines of `text` for the file of that name on the host.
-void say_output(const std::string &name, std::string_view text);
 
 // A command of QEMU's qtest protocol (docs/devel/testing/qtest): its answer, without the "OK ".
 // Throws when the machine refuses it.

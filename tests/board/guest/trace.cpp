@@ -1,5 +1,6 @@
 // What the kernel itself saw on a bus.
 #include "trace.h"
+#include "tool/requests.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -17,67 +18,81 @@ namespace
 
 const std::string directory = "/sys/kernel/tracing/";
 
-void put(const std::string &file, const std::string &text, int flags)
+// What is there is consumed. To switch the events off and on, or to empty the buffer, would take
+// the kernel a good part of a second each time.
+std::string pipe_contents()
 {
-    const int fd = open((directory + file).c_str(), O_WRONLY | O_CLOEXEC | flags);
-    const bool done = fd >= 0 && (text.empty() || write(fd, text.data(), text.size()) ==
-                                                      static_cast<ssize_t>(text.size()));
-    const int error = errno;
-    if (fd >= 0)
-        (void)close(fd);
-    if (!done)
-        throw std::runtime_error("kernel trace: " + file + ": " + std::strerror(error));
+    static const int pipe =
+        open((directory + "trace_pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count; (count = read(pipe, buffer, sizeof buffer)) > 0;)
+        text.append(buffer, static_cast<size_t>(count));
+    if (errno != EAGAIN)
+        throw std::runtime_error(std::string("kernel trace: ") + std::strerror(errno));
+    return text;
 }
 
-void set_events(const char *value)
+// " l=3 [2f-10-d0]"
+std::string data_of(const std::string &event)
 {
-    put("events/i2c/i2c_write/enable", value, 0);
-    put("events/i2c/i2c_read/enable", value, 0);
+    const size_t start = event.find('[');
+    std::istringstream words(
+        start == std::string::npos ? "" : event.substr(start + 1, event.find(']') - start - 1));
+    Bytes bytes;
+    for (std::string word; std::getline(words, word, '-');)
+        add_bytes(bytes, word);
+    return bytes.empty() ? "" : " " + shown(bytes);
 }
 
-// "i2c_write: i2c-3 #0 a=070 f=0000 l=1 [20]"
-bool parse(const std::string &line, uint32_t bus, std::string &message)
+// "i2c_write: i2c-3 #0 a=070 f=0000 l=1 [20]", likewise i2c_read and i2c_reply;
+// "i2c_result: i2c-3 n=2 ret=2" ends a transfer.
+void add(std::string &all, const std::string &event)
 {
-    const size_t event = line.find(": i2c_");
-    unsigned on_bus = 0;
     unsigned address = 0;
     unsigned length = 0;
-    if (event == std::string::npos)
-        return false;
-    const char *text = line.c_str() + event + 2;
-    const bool is_write = std::strncmp(text, "i2c_write", 9) == 0;
-    const char *values = std::strchr(text, ' ');
-    if (values == nullptr ||
-        std::sscanf(values, " i2c-%u #%*u a=%x f=%*x l=%u", &on_bus, &address, &length) != 3)
-        return false;
-    char head[16];
-    (void)std::snprintf(head, sizeof head, is_write ? "%02x w" : "%02x r%u", address, length);
-    message = head;
-    const size_t bytes = line.find('[', event);
-    if (is_write && bytes != std::string::npos)
-        message += " " + line.substr(bytes + 1, line.find(']', bytes) - bytes - 1);
-    for (char &character : message)
-        if (character == '-')
-            character = ' ';
-    return on_bus == bus;
+    int result = 0;
+    char head[24];
+    const auto field = [&event](const char *name) {
+        return event.c_str() + std::min(event.size(), event.find(name));
+    };
+    (void)std::sscanf(field(" a="), " a=%x f=%*x l=%u", &address, &length);
+    if (event.starts_with("i2c_write")) {
+        (void)std::snprintf(head, sizeof head, "%02x w", address);
+        all += (all.ends_with(';') ? " " : all.empty() ? "" : ", ") + (head + data_of(event));
+        all += length > 64 ? " of " + std::to_string(length) : "";
+    } else if (event.starts_with("i2c_read")) {
+        (void)std::snprintf(head, sizeof head, "%02x r%u", address, length);
+        all += (all.ends_with(';') ? " " : all.empty() ? "" : ", ") + std::string(head);
+    } else if (event.starts_with("i2c_reply")) {
+        all += " =" + data_of(event);
+    } else if (std::sscanf(field(" ret="), " ret=%d", &result) == 1) {
+        all += (result < 0 ? std::string(" ") + strerrorname_np(-result) : "") + ";";
+    }
 }
 
 } // namespace
 
 void start()
 {
-    set_events("1");
-    put("trace", "", O_TRUNC);
+    static const bool enabled = [] {
+        std::ofstream file(directory + "events/i2c/enable");
+        return static_cast<bool>(file << "1" << std::flush);
+    }();
+    if (!enabled)
+        throw std::runtime_error("kernel trace: no events of I2C");
+    (void)pipe_contents();
 }
 
-std::vector<std::string> messages(uint32_t bus)
+std::string transfers(uint32_t bus)
 {
-    set_events("0");
-    std::ifstream file(directory + "trace");
-    std::vector<std::string> all;
-    for (std::string line, message; std::getline(file, line);)
-        if (parse(line, bus, message))
-            all.push_back(message);
+    const std::string name = ": i2c-" + std::to_string(bus) + " ";
+    std::istringstream lines(pipe_contents());
+    std::string all;
+    for (std::string line; std::getline(lines, line);)
+        if (const size_t event = line.find(": i2c_");
+            event != std::string::npos && line.find(name) != std::string::npos)
+            add(all, line.substr(event + 2));
     return all;
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace board::trace
 {
@@ -12,9 +11,10 @@ namespace board::trace
 // Begins a new trace. Throws std::runtime_error when the kernel has none.
 void start();
 
-// The messages since then on one bus, in order: "70 w 20" for a write with its bytes, "50 r4" for a
-// read of four bytes. Ends the trace.
-std::vector<std::string> messages(uint32_t bus);
+// The transfers since then on one bus, in order, each as its messages, the bytes it read, and the
+// error it met: "20 w 03, 20 r1 = ff; 6d w 00 ENXIO". Of a message the kernel tells 64 bytes at
+// most. Ends the trace.
+std::string transfers(uint32_t bus);
 
 } // namespace board::trace
 
