@@ -51,6 +51,29 @@ void pass_on(int number)
 constexpr int kSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 struct sigaction g_before[std::size(kSignals)]; // how they were handled before the child
 
+// With the signals blocked, after the child was forked.
+void watch_over(pid_t child)
+{
+    sigset_t pending;
+    sigpending(&pending);
+    for (const int number : {SIGINT, SIGQUIT}) // the terminal may have sent it before the fork
+        if (sigismember(&pending, number) == 1)
+            kill(child, number);
+    if (const int noted = noted_signal())
+        kill(child, noted);
+    struct sigaction ignored {
+    };
+    ignored.sa_handler = SIG_IGN;
+    struct sigaction passed_on {
+    };
+    passed_on.sa_handler = pass_on;
+    for (size_t i = 0; i < std::size(kSignals); i++) {
+        const bool from_terminal = kSignals[i] == SIGINT || kSignals[i] == SIGQUIT;
+        sigaction(kSignals[i], from_terminal ? &ignored : &passed_on, &g_before[i]);
+    }
+    g_child = child;
+}
+
 int exit_status(int status)
 {
     g_child = 0;
@@ -69,29 +92,16 @@ pid_t start_child(const std::vector<std::string> &words)
     sigset_t blocked;
     sigset_t before;
     sigemptyset(&blocked);
-    for (size_t i = 0; i < std::size(kSignals); i++) {
-        sigaddset(&blocked, kSignals[i]);
-        sigaction(kSignals[i], nullptr, &g_before[i]);
-    }
+    for (const int number : kSignals)
+        sigaddset(&blocked, number);
     sigprocmask(SIG_BLOCK, &blocked, &before);
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGQUIT, SIG_IGN);
-    struct sigaction action {
-    };
-    action.sa_handler = pass_on;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGHUP, &action, nullptr);
     const pid_t self = getpid();
     const pid_t child = fork();
     const int error = errno;
     if (child == 0)
         become(words, self, before);
-    if (child > 0) {
-        g_child = child;
-        if (const int noted = noted_signal()) // before there was a child
-            kill(child, noted);
-    }
+    if (child > 0)
+        watch_over(child);
     sigprocmask(SIG_SETMASK, &before, nullptr);
     if (child < 0)
         throw operation_failed(std::string("no process for the command: ") + std::strerror(error));
