@@ -30,6 +30,7 @@ int main(int argc, char **argv)
     bench::add_contention_benchmarks(scale);
     bench::add_start_benchmarks(scale);
     bench::add_lookup_benchmarks(scale);
+    bench::add_benchmarks_beside_thread(scale);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

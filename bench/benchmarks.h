@@ -9,7 +9,9 @@ namespace bench
 void add_transfer_benchmarks(double scale);
 void add_contention_benchmarks(double scale);
 void add_start_benchmarks(double scale);
-void add_lookup_benchmarks(double scale); // the last: the registry keeps what they look up
+void add_lookup_benchmarks(double scale); // late: the registry keeps what they look up
+void add_benchmarks_beside_thread(
+    double scale); // the last: a process that had a thread is known to
 
 } // namespace bench
 

@@ -5,6 +5,9 @@
 #include "rounds.h"
 #include "ways.h"
 
+#include <latch>
+#include <thread>
+
 namespace bench
 {
 
@@ -23,6 +26,16 @@ void transfer(benchmark::State &state, Access access, unsigned switches)
     };
     compare(state, kCallsOfATransfer,
             {way("library", by_library), way("by_hand", by_hand), way("libi2c", by_libi2c)});
+}
+
+// What a process of several threads pays: the C library, and the library, spare one that has only
+// one their locked instructions.
+void transfer_beside_thread(benchmark::State &state, Access access, unsigned switches)
+{
+    std::latch measured(1);
+    const std::jthread second([&measured] { measured.wait(); });
+    transfer(state, access, switches);
+    measured.count_down();
 }
 
 bool read_unlocked(const ei2c_client &client)
@@ -88,28 +101,43 @@ void trace_line(benchmark::State &state)
              subject("nothing", kLines, [&value] { return value != 0; })});
 }
 
+int64_t rounds_of(double all, double scale)
+{
+    return static_cast<int64_t>(all * scale) + 2;
+}
+
+void add_transfers(const std::string &prefix, void (*measure)(benchmark::State &, Access, unsigned),
+                   double scale)
+{
+    for (const Access access : {Access::rdwr, Access::smbus}) {
+        for (const unsigned switches : {0U, 1U, 2U}) {
+            const std::string kind = access == Access::rdwr ? "rdwr" : "smbus";
+            const std::string name = prefix + kind + "/switches:" + std::to_string(switches);
+            benchmark::RegisterBenchmark(name.c_str(), measure, access, switches)
+                ->UseManualTime()
+                ->Iterations(rounds_of(6000, scale));
+        }
+    }
+}
+
 } // namespace
 
 void add_transfer_benchmarks(double scale)
 {
-    const auto rounds = [scale](double all) { return static_cast<int64_t>(all * scale) + 2; };
-    for (const Access access : {Access::rdwr, Access::smbus}) {
-        for (const unsigned switches : {0U, 1U, 2U}) {
-            const std::string name = access == Access::rdwr ? "rdwr" : "smbus";
-            benchmark::RegisterBenchmark((name + "/switches:" + std::to_string(switches)).c_str(),
-                                         transfer, access, switches)
-                ->UseManualTime()
-                ->Iterations(rounds(6000));
-        }
-    }
+    add_transfers("", transfer, scale);
     for (const unsigned switches : {0U, 2U})
         benchmark::RegisterBenchmark(("hold/switches:" + std::to_string(switches)).c_str(), hold,
                                      switches)
             ->UseManualTime()
-            ->Iterations(rounds(4000));
+            ->Iterations(rounds_of(4000, scale));
     benchmark::RegisterBenchmark("trace_line", trace_line)
         ->UseManualTime()
-        ->Iterations(rounds(4000));
+        ->Iterations(rounds_of(4000, scale));
+}
+
+void add_benchmarks_beside_thread(double scale)
+{
+    add_transfers("second_thread/", transfer_beside_thread, scale);
 }
 
 } // namespace bench

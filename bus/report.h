@@ -11,6 +11,14 @@
 
 #include "platform/qelplatform.h"
 
+// Only what went wrong calls these; the compiler then keeps the calls out of the way of what goes
+// well.
+extern "C" {
+[[gnu::cold]] void IDBG_LINUXAPP_DbgOut(uint32_t level, const char *format, ...);
+[[gnu::cold]] void sspFailedStat(const char *file, uint32_t line);
+[[gnu::cold]] const char *qel_strerror_s(int errnum);
+}
+
 // An error line at 130 or 132, and a run-time line at 135; a line without values is a text.
 #define QEL_ERROR(level, format, ...)                                                              \
     IDBG_LINUXAPP_DbgOut(level, "[%s:%d]" format, kLogTag, __LINE__, __VA_ARGS__)

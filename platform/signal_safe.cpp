@@ -41,6 +41,23 @@ timeval remaining(int64_t whole, const timespec &start)
             static_cast<suseconds_t>(left % kMicrosecondsPerSecond)};
 }
 
+// After an interruption. An interrupted select leaves the sets as they were, and Linux notes in
+// `timeout` what is left of it. Where that is not noted, under emulators, the time counts from the
+// first interruption. Kept out of the way of a select that is not interrupted.
+[[gnu::noinline]] int go_on_selecting(int nfds, fd_set *readfds, fd_set *writefds,
+                                      fd_set *exceptfds, timeval *timeout)
+{
+    const int64_t whole = timeout != nullptr ? microseconds_of(*timeout) : 0;
+    const timespec start = monotonic_now();
+    int ready = -1;
+    do {
+        ready = select(nfds, readfds, writefds, exceptfds, timeout);
+        if (ready < 0 && timeout != nullptr)
+            *timeout = remaining(whole, start);
+    } while (ready < 0 && errno == EINTR);
+    return ready;
+}
+
 } // namespace
 
 int sigwrap_open(const char *path, int flags, ...)
@@ -66,24 +83,10 @@ int sigwrap_select(int nfds, fd_set *readfds, fd_set *writefds, fd_set *exceptfd
         errno = EINVAL; // an fd_set ends there, whatever the kernel would accept
         return -1;
     }
-    // An interrupted select leaves the sets as they were, and Linux notes in `timeout` what is left
-    // of it. Where that is not noted, under emulators, the time counts from the first interruption.
-    int64_t whole = 0;
-    timespec start = {};
-    bool interrupted = false;
-    for (;;) {
-        const int ready = select(nfds, readfds, writefds, exceptfds, timeout);
-        if (ready >= 0 || errno != EINTR)
-            return ready;
-        if (timeout == nullptr)
-            continue;
-        if (!interrupted) {
-            whole = microseconds_of(*timeout);
-            start = monotonic_now();
-            interrupted = true;
-        }
-        *timeout = remaining(whole, start);
-    }
+    const int ready = select(nfds, readfds, writefds, exceptfds, timeout);
+    if (ready >= 0 || errno != EINTR)
+        return ready;
+    return go_on_selecting(nfds, readfds, writefds, exceptfds, timeout);
 }
 
 void select_sleep(uint32_t seconds, uint32_t microseconds)

@@ -157,7 +157,9 @@ int32_t ui2c_smbus_xfer(ui2c_adapter *adapter, uint16_t addr, uint16_t flags, ch
             return -1;
         }
         const bool both_ways = size == I2C_SMBUS_BLOCK_PROC_CALL;
-        alignas(i2c_smbus_data) uint8_t area[QELI2C_SMBUS_AREA] = {};
+        // Not by an initialiser, of which the compiler makes a slow string instruction.
+        alignas(i2c_smbus_data) uint8_t area[QELI2C_SMBUS_AREA];
+        (void)qel_memset_s(area, sizeof(area), 0, sizeof(area));
         if (data != nullptr && (read_write == I2C_SMBUS_WRITE || both_ways))
             (void)qel_memcpy_s(area, sizeof(area), data, QELI2C_SMBUS_AREA);
         i2c_smbus_ioctl_data request = {};

@@ -17,6 +17,7 @@
 #include <set>
 #include <sys/mman.h>
 #include <sys/sem.h>
+#include <sys/single_threaded.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -383,6 +384,8 @@ TEST(FaultTable, KnowsEverythingTheLibraryAsksOthersFor)
 class Figures : public testing::Environment
 {
 public:
+    // What may fail does so as in a process of several threads, which puts cancellations off.
+    void SetUp() override { __libc_single_threaded = 0; }
     void TearDown() override
     {
         the_board().reset();
