@@ -5,7 +5,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
 #include <fstream>
+#include <link.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -41,15 +43,33 @@ double mapped_kib(const char *object, const char *field)
     return sum;
 }
 
+// What the dynamic linker has to fill in when it loads the library: elf(5), DT_REL and DT_RELA.
+double relocations()
+{
+    void *library = dlopen(QELI2C_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    link_map *map = nullptr;
+    if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &map) != 0)
+        return 0;
+    size_t bytes = 0;
+    size_t each = sizeof(ElfW(Rel));
+    for (const auto *entry = map->l_ld; entry->d_tag != DT_NULL; entry++) {
+        if (entry->d_tag == DT_RELSZ || entry->d_tag == DT_RELASZ || entry->d_tag == DT_PLTRELSZ)
+            bytes += entry->d_un.d_val;
+        if (entry->d_tag == DT_RELA)
+            each = sizeof(ElfW(Rela));
+    }
+    (void)dlclose(library);
+    return static_cast<double>(bytes / each);
+}
+
 void start(benchmark::State &state)
 {
     compare(state, 1,
             {{"with", [] { return run_true("LD_PRELOAD=" QELI2C_LIBRARY); }},
              {"without", [] { return run_true("LD_PRELOAD="); }}});
     (void)by_library(device_behind(Access::rdwr, 2));
+    state.counters["relocations"] = relocations();
     state.counters["resident_kib"] = mapped_kib("libqeli2c.so", "Rss:");
-    state.counters["private_kib"] =
-        mapped_kib("libqeli2c.so", "Private_Dirty:") + mapped_kib("libqeli2c.so", "Private_Clean:");
     state.counters["dirty_kib"] = mapped_kib("libqeli2c.so", "Private_Dirty:");
 }
 

@@ -9,8 +9,9 @@
 namespace board
 {
 
-// Reads of two bytes at offset 0x2000 through the library and by bare requests, in turns. Noted on
-// the line, not judged: the machine is an emulated one.
+// Reads of two bytes at offset 0x2000 through the library, by the same system calls written by
+// hand, and by bare requests, in turns. Noted on the line, not judged: the machine is an emulated
+// one.
 std::string note_cost(const std::string &path);
 
 } // namespace board
