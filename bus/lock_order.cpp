@@ -63,9 +63,10 @@ void note_lock(uint32_t bus, Lock lock)
     if (bus >= kLockableBuses)
         return;
     const Lock last = lock_of(states[bus]);
-    // A path is also opened by those who know that no one else uses the bus.
-    const bool in_order = lock == Lock::path ? last == Lock::none || last >= Lock::file
-                                             : last >= Lock::semaphore && last < lock;
+    // A path is also opened by those who know that no one else uses the bus, and by those who hold
+    // it by their own calls, of which only the semaphore's is noted.
+    const bool in_order =
+        lock == Lock::path ? last != Lock::owner : last >= Lock::semaphore && last < lock;
     if (!in_order)
         fail(__LINE__, __func__, "assertion failed: locks are taken in their order");
     if (last != Lock::none)

@@ -21,11 +21,12 @@
  * `EAGAIN` arbitration lost, `ETIMEDOUT`, `EBUSY` a kernel driver owns the address, `EBADMSG` wrong
  * packet error code, `EPROTO` wrong block count (see Documentation/i2c/fault-codes.rst of the Linux
  * kernel).
- * - **Null arguments** are reported through the platform's assertion service and give -1. They are
- *   found before anything is transferred, but for those that only receive what was read: the levels
- *   of the expander reads and the blocks of the SMBus reads are missed after the transfer. The
- * bridge calls and the EPLD identification write an error line instead; the two retimer calls by
- * record say nothing.
+ * - **Null arguments** are reported through the platform's assertion service and give -1. Those of
+ * devices are found before anything is transferred; those that only receive what was read may be
+ * missed after the transfer. The bridge calls, epld_i2c_read_deviceId() and the Lattice and Anlogic
+ * identifications write an error line instead; the two retimer calls by record say nothing. The
+ * buffers of pango_i2c_read_multi_para(), of the two Anlogic identifications and of MCTP answers
+ * go to the kernel as they are, which refuses a null one (`EFAULT`).
  * - **Threads and processes.** Every call may be used by any number of threads of any number of
  *   processes at once, except ui2c_to_adapter() and ui2c_to_switch(). A *locked* call holds the bus
  *   for its whole length, all its tries included, and waits without limit while another thread or
@@ -451,7 +452,7 @@ int32_t ei2c_smbus_unlock_adapter(const ei2c_client *eclient, int32_t fd, int32_
 /**
  * @brief Takes the bus and opens the path to the device, which stays open until the release; at
  * most four attempts.
- * @param eclient   the device given when the bus was taken
+ * @param eclient   the device whose path is opened
  * @param pfd       receives the bus's descriptor, not to be closed
  * @param psdwSemId receives the semaphore id
  * @return 0 or more; as ei2c_smbus_lock_adapter(); -5 path not opened, bus released; -3 also when
@@ -471,7 +472,7 @@ int32_t ei2c_smbus_deselect_switch(const ei2c_client *eclient, int32_t fd, int32
 /**
  * @brief ei2c_smbus_xfer() without taking or releasing the bus; the path is opened and closed
  * around each try.
- * @param eclient    the device given when the bus was taken
+ * @param eclient    any device of a held bus
  * @param read_write 1 read, 0 write
  * @param command    command code, 0 to 255
  * @param size       as for ei2c_smbus_xfer()
@@ -1235,7 +1236,8 @@ int32_t i2c_write_and_read_multi_para(const ei2c_client *client, const uint32_t 
  * @param dwOffsetLen  bytes of the offset
  * @param dwDataLen    bytes of data
  * @param pucData      receives the bytes
- * @return 0, or -1
+ * @return 0, or -1; 0 with nothing sent when the command and the offset make a multiple of 65536
+ * bytes. @p dwDataLen is sent modulo 65536.
  */
 int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint32_t dwOffsetAddr,
                                   uint32_t dwOffsetLen, uint32_t dwDataLen, uint8_t *pucData);
@@ -1319,7 +1321,7 @@ int32_t epld_pango_read_deviceId(const ei2c_client *ptEpldI2cClient, uint8_t *pu
 /**
  * @brief Four bytes as a word, the first one most significant.
  * @param pucData four bytes
- * @return the word
+ * @return the word; 0 for a null argument
  */
 uint32_t BytesToDword(const uint8_t *pucData);
 

@@ -1,4 +1,5 @@
 // The status bit of a bus controller, read from its register without any bus traffic.
+#include "bus/cancellation.h"
 #include "bus/report.h"
 #include "qeli2c.h"
 
@@ -18,6 +19,7 @@ int32_t i2c_bus_status_check(uint32_t busNo, uint8_t *status)
     }
     const uint32_t address = kFirstRegister + (busNo << 7);
     uint32_t data = 0;
+    const CancellationPutOff put_off;
     if (mmap_read32(address, &data) != 0) {
         QEL_ERROR(130, "mmap read  error, regAddr: 0x%x\n", address);
         return -1;

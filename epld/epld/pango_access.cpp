@@ -18,7 +18,7 @@ int32_t pango_i2c_read_multi_para(const ei2c_client *client, uint8_t ucReg, uint
     const uint64_t total = uint64_t{1} + dwOffsetLen;
     if (total % (kLongestMessage + 1) == 0)
         return 0;
-    if (total > kLongestMessage || dwDataLen > kLongestMessage)
+    if (total > kLongestMessage)
         return -1;
     MessageBytes sent;
     if (!lay_out(sent, &ucReg, dwOffsetLen, dwOffsetAddr, nullptr, 0))
