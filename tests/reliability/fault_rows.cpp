@@ -143,25 +143,6 @@ constexpr Results kStored = {{6, -1, kNoFile, 0, -1, -1, -1, -1, 0, 2, 6}};
 // Of a read that does not tell of its failure.
 constexpr Results kSilent = results(0, 0, 0);
 
-using Lines = std::vector<const char *>;
-const Lines kBridge = {"RB: [%s]"};
-const Lines kRawRead = {"ui2c_rdwr_xfer = %d"};
-const Lines kRepeated = {"%s_retry, %s error loop"};
-const Lines kTimerWrite = {"Retimer_I2CWriteBlockData() failed"};
-const Lines kTimerRead = {"Read data failed!", "DC_I2CReadBlockData() failed"};
-const Lines kTimerFront = {"I2C write failed", "tclient.bus 0x%x", "datalen %d;"};
-const Lines kPangoRead = {"Read data failed!", "i2c read failed !"};
-const Lines kPangoWrite = {"ei2c_rdwr_xfer failed", "I2C Write failed !"};
-
-Lines operator+(Lines first, const Lines &second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-const Lines kEf3 = kPangoRead + Lines{"pango_i2c_read_multi_para Function failed",
-                                      "bus %d,addr 0x%x", "Anlogic_ReadEpldCfg failed "};
-
 constexpr Family kLocked = Family::locked;
 constexpr Family kStraight = Family::straight;
 constexpr uint32_t kHeldPath = kHolds | kKeepsPath;
@@ -179,42 +160,40 @@ const std::vector<Row> kRows = {
     {AS(ui2c_to_adapter, ui2c_to_adapter(4) != nullptr ? 1 : 0), kStraight, nullptr, 0,
      results(1, 0)},
     {AS(ui2c_to_switch, ui2c_to_switch(adapter, 0x70, 0) != nullptr ? 1 : 0), kStraight, &middle,
-     0, results(1, 0), 0, {}, find_adapter},
+     0, results(1, 0), 0, find_adapter},
 
     // Bus lock and owner.
     {AS(ui2c_adapter_fd, ui2c_adapter_fd(adapter) >= 0 ? -2 : -1), kStraight, nullptr, 0,
-     results(-2, -1, -1), 0, {}, find_adapter},
-    {CALL(ipc_lock_adapter, adapter), kStraight, nullptr, 0, kPlain, kHoldsSemaphore, {},
+     results(-2, -1, -1), 0, find_adapter},
+    {CALL(ipc_lock_adapter, adapter), kStraight, nullptr, 0, kPlain, kHoldsSemaphore,
      find_adapter, [] { (void)ipc_unlock_adapter(0); }},
-    {CALL(ipc_unlock_adapter, semid), kStraight, nullptr, 0, results(0), 0, {}, take_semaphore},
-    {CALL(exclusive_file_lock, fd), kStraight, nullptr, 0, results(0), kHoldsFile, {}, open_file,
+    {CALL(ipc_unlock_adapter, semid), kStraight, nullptr, 0, results(0), 0, take_semaphore},
+    {CALL(exclusive_file_lock, fd), kStraight, nullptr, 0, results(0), kHoldsFile, open_file,
      [] { (void)surrender_i2c_access(fd); }},
-    {CALL(surrender_i2c_access, fd), kStraight, nullptr, 0, results(0), 0, {}, take_file_lock},
-    {CALL(getPidOfI2CAccess, adapter), kStraight, nullptr, 0, results(0), kNoResult, {},
+    {CALL(surrender_i2c_access, fd), kStraight, nullptr, 0, results(0), 0, take_file_lock},
+    {CALL(getPidOfI2CAccess, adapter), kStraight, nullptr, 0, results(0), kNoResult,
      find_adapter},
 
     // Raw transfers and switches.
     {"ui2c_rdwr_xfer", [] {
          i2c_msg message = {0x60, I2C_M_RD, 4, window};
          return ui2c_rdwr_xfer(adapter, 0x60, &message, 1);
-     }, kStraight, nullptr, 4, results(1), kRaw, {}, find_adapter},
-    {CALL(ui2c_raw_read_byte, adapter, 0x60, window), kStraight, nullptr, 1, results(1), 0,
-     kRawRead, find_adapter},
-    {CALL(ui2c_raw_write_byte, adapter, 0x60, 0x10), kStraight, nullptr, 0, results(1), 0, {},
+     }, kStraight, nullptr, 4, results(1), kRaw, find_adapter},
+    {CALL(ui2c_raw_read_byte, adapter, 0x60, window), kStraight, nullptr, 1, results(1), 0, find_adapter},
+    {CALL(ui2c_raw_write_byte, adapter, 0x60, 0x10), kStraight, nullptr, 0, results(1), 0,
      find_adapter},
     {CALL(ui2c_smbus_xfer, adapter, 0x60, 0, 1, 0x10, 2, area()), kStraight, nullptr, 256,
-     results(0), kRaw, {}, find_adapter},
-    {CALL(ui2c_swi_select, swi, 5), kStraight, nullptr, 0, results(1), kKeepsPath, {}, find_switch,
+     results(0), kRaw, find_adapter},
+    {CALL(ui2c_swi_select, swi, 5), kStraight, nullptr, 0, results(1), kKeepsPath, find_switch,
      [] { (void)ui2c_swi_deselect(swi, 5); }},
-    {CALL(ui2c_swi_deselect, swi, 5), kStraight, nullptr, 0, results(1), 0, {}, find_switch},
-    {CALL(ui2c_swi_status, swi, window), kStraight, nullptr, 1, results(1), 0, kRawRead,
+    {CALL(ui2c_swi_deselect, swi, 5), kStraight, nullptr, 0, results(1), 0, find_switch},
+    {CALL(ui2c_swi_status, swi, window), kStraight, nullptr, 1, results(1), 0,
      find_switch},
-    {CALL(SelectSwitch, &far_away), Family::open_path, &far_away, 0, results(0), kKeepsPath, {},
+    {CALL(SelectSwitch, &far_away), Family::open_path, &far_away, 0, results(0), kKeepsPath,
      nullptr, [] { (void)DeselectSwitch(&far_away); }},
-    {CALL(DeselectSwitch, &far_away), Family::close_path, &far_away, 0, results(1), 0, {},
+    {CALL(DeselectSwitch, &far_away), Family::close_path, &far_away, 0, results(1), 0,
      [] { (void)SelectSwitch(&far_away); }},
-    {CALL(readSwitchStatus, &middle, window), kStraight, &middle, 1, results(1), 0,
-     {"?ui2c_rdwr_xfer = %d"}},
+    {CALL(readSwitchStatus, &middle, window), kStraight, &middle, 1, results(1), 0},
 
     // Locked transfers, at each depth.
     {AS(ei2c_rdwr_xfer, transfer(plain, ei2c_rdwr_xfer)), kLocked, &plain, 4, results(2), kRaw},
@@ -234,20 +213,20 @@ const std::vector<Row> kRows = {
 
     // Holds.
     {CALL(ei2c_smbus_lock_adapter, &middle, out<int32_t>(), out<int32_t>(4)), Family::hold,
-     &middle, 8, kHold, kHolds, {}, nullptr, release<middle>},
+     &middle, 8, kHold, kHolds, nullptr, release<middle>},
     {CALL(ei2c_smbus_unlock_adapter, &middle, fd, semid), Family::let_go, &middle, 0, results(0),
-     0, {}, take_bus<middle>},
+     0, take_bus<middle>},
     {CALL(ei2c_smbus_select_switch, &far_away, out<int32_t>(), out<int32_t>(4)), Family::hold_path,
-     &far_away, 8, kHoldPath, kHeldPath, {}, nullptr, release<far_away>},
+     &far_away, 8, kHoldPath, kHeldPath, nullptr, release<far_away>},
     {CALL(ei2c_smbus_deselect_switch, &far_away, fd, semid), Family::let_go_path, &far_away, 0,
-     results(0), 0, {}, open_bus<far_away>},
+     results(0), 0, open_bus<far_away>},
     {AS(ei2c_smbus_xfer_without_lock, transact(far_away, ei2c_smbus_xfer_without_lock)),
      Family::unlocked, &far_away, 256, results(0), kRaw},
     {CALL(lockAndSelectBridge_Ridgeback, &far_away, out<int32_t>(), out<int32_t>(4)),
-     Family::bridge, &far_away, 8, kPlain, kHeldPath | kRaw, kBridge, nullptr,
+     Family::bridge, &far_away, 8, kPlain, kHeldPath | kRaw, nullptr,
      release_bridge<far_away>},
     {CALL(unlockAndDeselectBridge_Ridgeback, &far_away, &semid, &fd), Family::bridge_end,
-     &far_away, 0, results(0), 0, kBridge, take_bridge<far_away>},
+     &far_away, 0, results(0), 0, take_bridge<far_away>},
 
     // SMBus commands.
     {CALL(ei2c_smbus_read_byte, &middle, window), kLocked, &middle, 1},
@@ -281,14 +260,13 @@ const std::vector<Row> kRows = {
     {CALL(eeprom_read, &store, 30, window, 6), kLocked, &store, 6, kStored, kPages | kRaw},
     {CALL(ei2c_eeprom_write, &store, 0, bytes, 6), kLocked, &store, 0, results(6)},
     {CALL(ei2c_eeprom_read, &store, 0, window, 6), kLocked, &store, 6, results(6), kRaw},
-    {CALL(ei2c_eeprom_write_retry, &store, 0, bytes, 6), kLocked, &store, 0, results(6), kRepeats,
-     kRepeated},
+    {CALL(ei2c_eeprom_write_retry, &store, 0, bytes, 6), kLocked, &store, 0, results(6), kRepeats},
     {CALL(ei2c_eeprom_read_retry, &store, 0, window, 6), kLocked, &store, 6, results(6),
-     kRepeats | kRaw, kRepeated},
+     kRepeats | kRaw},
     {CALL(ee_eeprom_semid), kStraight, nullptr, 0, results(0, -1, -1, -1, -1)},
-    {CALL(ee_lock_eeprom), kStraight, nullptr, 0, results(0, -1, -1, -1, -1), kHoldsEeprom, {},
+    {CALL(ee_lock_eeprom), kStraight, nullptr, 0, results(0, -1, -1, -1, -1), kHoldsEeprom,
      nullptr, [] { (void)ee_unlock_eeprom(); }},
-    {CALL(ee_unlock_eeprom), kStraight, nullptr, 0, results(0), 0, {},
+    {CALL(ee_unlock_eeprom), kStraight, nullptr, 0, results(0), 0,
      [] { (void)ee_lock_eeprom(); }},
     {CALL(i2c_bus_status_check, 4, window), kStraight, nullptr, 1},
 
@@ -325,38 +303,31 @@ const std::vector<Row> kRows = {
     {CALL(TPA626_GetVoltByInfo, &described, out<float>()), kLocked, &monitor, 4, kPlain},
 
     // Retimers.
-    {CALL(Retimer_I2CWriteBlockData, &timer, 5, bytes), kLocked, &timer, 0, kPlain, 0, kTimerWrite},
-    {CALL(Retimer_I2CReadBlockData, &timer, 0x10, 4, window), kLocked, &timer, 4, kPlain, 0,
-     kTimerRead},
-    {CALL(Retimer_I2CWrite, &timer_bytes, 5, bytes), kLocked, &timer, 0, kPlain, 0,
-     kTimerWrite + kTimerFront},
-    {CALL(Retimer_I2CRead, &timer_bytes, 4, window), kLocked, &timer, 4, kPlain, 0,
-     kTimerRead + kTimerFront},
+    {CALL(Retimer_I2CWriteBlockData, &timer, 5, bytes), kLocked, &timer, 0, kPlain, 0},
+    {CALL(Retimer_I2CReadBlockData, &timer, 0x10, 4, window), kLocked, &timer, 4, kPlain, 0},
+    {CALL(Retimer_I2CWrite, &timer_bytes, 5, bytes), kLocked, &timer, 0, kPlain, 0},
+    {CALL(Retimer_I2CRead, &timer_bytes, 4, window), kLocked, &timer, 4, kPlain, 0},
 
     // Board logic.
-    {CALL(i2c_read_multi_para, &middle, 0x10, 1, 4, window), kLocked, &middle, 4, kPlain, kRaw,
-     {"Read data failed!", "I2ReaMultPara failed"}},
-    {CALL(i2c_write_multi_para, &middle, 0x40, 1, 4, bytes), kLocked, &middle, 0, kPlain, 0,
-     {"DC_I2CWriteMultiPara() failed"}},
+    {CALL(i2c_read_multi_para, &middle, 0x10, 1, 4, window), kLocked, &middle, 4, kPlain, kRaw},
+    {CALL(i2c_write_multi_para, &middle, 0x40, 1, 4, bytes), kLocked, &middle, 0, kPlain, 0},
     {"i2c_write_and_read_multi_para", [] {
          static const uint32_t offsets[2] = {0x40, 0x10};
          static const uint32_t lengths[2] = {2, 4};
          return i2c_write_and_read_multi_para(&middle, offsets, 1, lengths, bytes, window);
-     }, kLocked, &middle, 4, kPlain, kRaw, {"i2c_write_and_read_multi_para() failed"}},
+     }, kLocked, &middle, 4, kPlain, kRaw},
     {CALL(pango_i2c_read_multi_para, &middle, 0x10, 0, 0, 4, window), kLocked, &middle, 4, kPlain,
-     kRaw, kPangoRead},
+     kRaw},
     {CALL(pango_i2c_write_multi_para, &middle, 0x40, 0x11, 1, 3, bytes), kLocked, &middle, 0,
-     kPlain, 0, kPangoWrite},
+     kPlain, 0},
     {CALL(pango_i2c_write_or_read_with_nack, &middle, 0x40, 0x11, 1, 1), Family::once, &middle, 0,
      results(0, 0, 0)},
     {CALL(epld_i2c_read_deviceId, &ef2, window), kLocked, &ef2, 4, results(3, -1, -1),
      kRaw | kProbes},
     {CALL(epld_anlogic_read_deviceId, &ef2, window), kLocked, &ef2, 4, kPlain, kRaw | kProbes},
     {CALL(epld_anlogic_ef2_read_deviceId, &ef2, window), kLocked, &ef2, 4, kPlain, kRaw | kProbes},
-    {CALL(epld_anlogic_ef3_read_deviceId, &ef3, window), kLocked, &ef3, 4, kPlain, kRaw,
-     kEf3},
-    {CALL(epld_lattice_read_deviceId, &lattice, window), kLocked, &lattice, 4, kPlain, kRaw,
-     {"Read data failed!", "I2ReaMultPara failed", "bus %d,addr 0x%x", "i2cRead failed"}},
+    {CALL(epld_anlogic_ef3_read_deviceId, &ef3, window), kLocked, &ef3, 4, kPlain, kRaw},
+    {CALL(epld_lattice_read_deviceId, &lattice, window), kLocked, &lattice, 4, kPlain, kRaw},
     {CALL(epld_pango_read_deviceId, &pango, window), kLocked, &pango, 4, kPlain, kRaw | kProbes},
     {CALL(epld_card_epld_read, &card, 0, window, 4), kLocked, &card, 4, kPlain, kRaw},
 

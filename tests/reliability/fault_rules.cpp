@@ -1,7 +1,6 @@
 #include "fault_rules.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace faults
 {
@@ -203,45 +202,6 @@ Site site_of(const Row &row, const Trace &clean, size_t number)
     }
 }
 
-struct Allowed {
-    Kind kind;
-    const char *line;
-    bool required = false;
-};
-
-// A failure may write these, and must write the required ones; a mutex, only when it is the
-// registry's.
-const Allowed kAllowed[] = {
-    {Kind::mutex, "pthread_mutex_lock failed.", true},
-    {Kind::memory, "assertion failed: adap"},
-    {Kind::memory, "fd = %d, errno = %d"},
-    {Kind::memory, "Pointer uc_swi is NULL"},
-    {Kind::memory, "Pointer _uc is NULL"},
-    {Kind::mutex, "Pointer _uc is NULL"},
-    {Kind::memory, "malloc failed"},
-    {Kind::mutex, "fd = %d, errno = %d"},
-    {Kind::mutex, "unlock eeprom failed"}, // nothing was created to give back
-    {Kind::text, "open %s failed", true},
-    {Kind::text, "fd = %d, errno = %d"},
-    {Kind::device_file, "open %s failed", true},
-    {Kind::device_file, "fd = %d, errno = %d"},
-    {Kind::sem_create, "ipc sem creat fail"},
-    {Kind::sem_create, "lock eeprom failed"},
-    {Kind::mutex, "ipc sem creat fail"},
-    {Kind::mutex, "lock eeprom failed"},
-    {Kind::sem_lock, "OAL_SemLockBySemId failed", true},
-    {Kind::sem_lock, "unlock eeprom failed"},
-    {Kind::sem_unlock, "unlock_adapter(%u)"},
-    {Kind::sem_unlock, "unlock eeprom failed"},
-    {Kind::memory_file, "Failed to get device fd.", true},
-    {Kind::map, "Failed to get mem vir addr.", true},
-    {Kind::file_lock, "Error getting exclusive lock", true},
-    {Kind::file_lock, "Cannot obtain exclusive lock on i2c device file"},
-    {Kind::slave_force, "I2C_SLAVE_FORCE ioctl", true},
-    {Kind::wait, "Error waiting for bus to be readable"},
-    {Kind::register_read, "mmap read  error", true},
-};
-
 bool is_request(Kind kind)
 {
     return kind >= Kind::slave && kind <= Kind::wait;
@@ -302,34 +262,6 @@ Outcome expected(const Row &row, const Point &point, Mode mode)
         return pages || (silent && point.behind == 1) ? short_count : failed;
     const bool partial = (pages && point.access > 0) || (silent && point.behind == 0);
     return partial && outcome != ok ? short_count : outcome;
-}
-
-bool accounted_for(const Row &row, const Line &line, const Trace &run)
-{
-    if (line.level == 135 || (row.flags & kProbes) != 0)
-        return true;
-    for (const char *own : row.lines) {
-        if (std::strstr(line.text, own + (*own == '?' ? 1 : 0)) != nullptr)
-            return true;
-    }
-    for (size_t i = 0; i < run.calls; ++i) {
-        for (const Allowed &allowed : kAllowed) {
-            if (run.call[i].failed && allowed.kind == run.call[i].kind &&
-                std::strstr(line.text, allowed.line) != nullptr)
-                return true;
-        }
-    }
-    return false;
-}
-
-const char *required_line(const Call &call, Site site)
-{
-    const bool told = call.kind != Kind::mutex || site == Site::registry;
-    for (const Allowed &allowed : kAllowed) {
-        if (allowed.kind == call.kind && allowed.required && told && site != Site::take_eeprom)
-            return allowed.line;
-    }
-    return nullptr;
 }
 
 int promised_error(const Row &row, const Trace &run)

@@ -80,7 +80,7 @@ enum Flags : uint32_t {
     kLastCounts = 64, // of several accesses, only a failure of the last one fails the call
     kPages = 128,     // a failure after the first access gives the bytes of that one
     kRepeats = 256,   // the whole call is repeated when it fails
-    kProbes = 512,    // goes on to other devices: neither lines nor errno are those of the failure
+    kProbes = 512,    // goes on to other devices: errno is not that of the failure
     kNoResult = 1024,
     kLastSilent = 2048, // a failure of the last access is not told
 };
@@ -93,7 +93,6 @@ struct Row {
     uint32_t written = 0; // bytes of the window that it may write
     Results results = faults::results(0);
     uint32_t flags = 0;
-    std::vector<const char *> lines = {}; // when the device cannot be reached; "?": may be written
     void (*before)() = nullptr;
     void (*after)() = nullptr; // releases what the call holds
 };
@@ -114,11 +113,6 @@ std::vector<Point> points_of(const Row &row, const Trace &clean);
 // What the failing call keeps from being done: for what is guarded or prepared, that.
 Site site_met(const Point &point, Mode mode);
 Outcome expected(const Row &row, const Point &point, Mode mode);
-
-// Whether a line at an error's level is one that the failures of this run, or the row, account for.
-bool accounted_for(const Row &row, const Line &line, const Trace &run);
-// The line that must be there for the failure of this call, or null.
-const char *required_line(const Call &call, Site site);
 
 // The errno that the result stands for; -1 when none is promised.
 int promised_error(const Row &row, const Trace &run);

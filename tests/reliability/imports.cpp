@@ -270,28 +270,8 @@ int hook_response(int, uint8_t *buffer)
     return 5;
 }
 
-void add_line(uint32_t level, const char *text)
+int hook_print(const char *, ...)
 {
-    if (recording && run->lines == std::size(run->line))
-        wrong("more lines than there is room for");
-    else if (recording)
-        run->line[run->lines++] = {level, text};
-}
-
-// Messages are kept instead of written.
-void hook_log(uint32_t level, const char *format, ...)
-{
-    add_line(level, format);
-}
-
-void hook_told(uint32_t level, const char *, uint32_t, const char *, const char *text, ...)
-{
-    add_line(level, text);
-}
-
-int hook_print(const char *format, ...)
-{
-    add_line(0, format);
     errno = EBADF; // may change errno
     return 0;
 }
@@ -304,6 +284,7 @@ void hook_pause(uint32_t seconds, uint32_t microseconds)
     errno = EINTR; // may change errno
 }
 
+// Messages go nowhere.
 void hook_nothing() {}
 
 struct Import {
@@ -339,12 +320,12 @@ const Import kImports[] = {
     {HOOK("select_sleep", hook_pause), true},
     {FORWARD(register_read, "mmap_read32", mmap_read32)},
     {HOOK("i2c_mctp_read_on_fd", hook_response)},
-    {HOOK("IDBG_LINUXAPP_DbgOut", hook_log)},
-    {HOOK("IDBG_LINUXAPP_Runtime_DbgOut", hook_log)},
-    {HOOK("IDBG_LINUXAPP_AuditOut", hook_log)},
+    {HOOK("IDBG_LINUXAPP_DbgOut", hook_nothing)},
+    {HOOK("IDBG_LINUXAPP_Runtime_DbgOut", hook_nothing)},
+    {HOOK("IDBG_LINUXAPP_AuditOut", hook_nothing)},
     {HOOK("sspFailedStat", hook_nothing)},
-    {HOOK("_ssp_error", hook_told)},
-    {HOOK("_ssp_info", hook_told)},
+    {HOOK("_ssp_error", hook_nothing)},
+    {HOOK("_ssp_info", hook_nothing)},
     {HOOK("qel_printf_s", hook_print)},
     {HOOK("sleep", hook_nothing)},
     {FORWARD(infallible, "qel_memset_s", qel_memset_s)},
@@ -495,7 +476,7 @@ int made(Kind kind)
 void record(Trace &into, const Plan &planned)
 {
     run = &into;
-    run->calls = run->lines = 0;
+    run->calls = 0;
     run->wrong[0] = '\0';
     plan = planned;
     recording = true;

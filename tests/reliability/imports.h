@@ -54,11 +54,6 @@ struct Plan {
     bool timeout = false; // the wait of that number ends by its time
 };
 
-struct Line {
-    uint32_t level; // 0: standard output
-    const char *text;
-};
-
 // How many the process has of each.
 struct Holdings {
     int buffers; // memory not given back, but for records
@@ -71,16 +66,13 @@ struct Holdings {
 
 constexpr size_t kWindow = 320;
 
-// What a child process tells of one run; in memory shared with its parent. Texts lie in the
-// library, at the same address in both.
+// What a child process tells of one run; in memory shared with its parent.
 struct Trace {
     int32_t result;
     int error;
     uint8_t window[kWindow]; // what the call wrote
     uint32_t calls;
     Call call[1024];
-    uint32_t lines;
-    Line line[2048];
     Holdings held;
     char wrong[128]; // what the hooks found wrong, empty when nothing
 };
