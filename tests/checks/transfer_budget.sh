@@ -7,12 +7,12 @@ program=$1
 calls=500
 
 # kind, switches, most instructions
-budgets="rdwr 0 1500
-rdwr 1 2750
-rdwr 2 4000
-smbus 0 1700
-smbus 1 2950
-smbus 2 4200"
+budgets="rdwr 0 1350
+rdwr 1 2600
+rdwr 2 3850
+smbus 0 1600
+smbus 1 2850
+smbus 2 4100"
 
 for kind in rdwr smbus; do "$program" library "$kind" 2 1000; done
 command -v valgrind >/dev/null || { echo "SKIPPED: valgrind is missing, nothing was counted by it"; exit 77; }
