@@ -36,7 +36,8 @@
  * pending pthread_cancel() of its thread is acted on, and gives back what it took. The hold calls
  * leave the bus to the caller: a thread that may be cancelled while it holds one pushes a cleanup
  * handler. A hold belongs to the process, so it outlives a thread that ends, another thread may
- * give it back, and the end of the process frees it. Asynchronous cancellation is not supported.
+ * give it back, and the end of the process frees it. Asynchronous cancellation is not supported. A
+ * process of one thread that has cancelled itself may end within a call, which frees the bus, too.
  * - **Duration.** Each kernel request is preceded by a wait of at most one second for the device
  * file. A locked call tries at most four times without a pause. Only buses 0 to 15 can be locked.
  * - **Memory.** Records handed out belong to the library and stay valid until the process ends.
