@@ -61,7 +61,7 @@ if [ -n "$group" ] && with_rights "$board_probe" && with_rights "$platform_probe
     [[ $("$scratch/${board_probe##*/}" open /dev/null) == *secure ]]; then
     secure_board() { QELI2C_SIM=$1 "$scratch/${board_probe##*/}" open /dev/i2c-9999; }
     expect "the shim with rights" "refused secure" secure_board "$board"
-    trace() { QELPLATFORM_LOG=135=stderr "$1" log dbg 135 text; }
+    trace() { QELPLATFORM_LOG=135=stderr "$1" dbg 135 text; }
     expect "a trace" $'text\n|' trace "$platform_probe"
     expect "a trace with rights" "" trace "$scratch/${platform_probe##*/}"
     [[ $(qeli2c-sim status) == *one* ]] || { echo "the list lacks the board" >&2; status=1; }

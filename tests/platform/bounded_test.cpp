@@ -1,8 +1,7 @@
 // Bounds-checked memory and string functions: results, and what is left untouched.
 #include "platform/qelplatform.h"
+#include "tests/platform/process.h"
 
-#include <array>
-#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -12,90 +11,70 @@
 namespace
 {
 
-constexpr size_t kSize = 8;
-using Buffer = std::array<char, 16>; // kSize bytes are said to belong to it, the rest must stay
-
-Buffer filled()
-{
-    Buffer buffer;
-    buffer.fill('#');
-    return buffer;
-}
+constexpr size_t kSize = 8; // bytes said to belong to the destination; what follows must stay
+const std::string kBefore = "0123456789abcdef";
 
 TEST(Bounded, MemsetWritesAllOrNothing)
 {
     for (const size_t count : {size_t{0}, size_t{1}, kSize, kSize + 1, SIZE_MAX}) {
         const bool fits = count <= kSize;
-        Buffer buffer = filled();
-        Buffer expected = filled();
-        memset(expected.data(), 'v', fits ? count : 0);
-        errno = 0;
-        EXPECT_EQ(qel_memset_s(buffer.data(), kSize, 'v', count), fits ? 0 : -1) << count;
-        EXPECT_EQ(errno, fits ? 0 : ERANGE) << count;
-        EXPECT_EQ(buffer, expected) << count;
+        std::string buffer = kBefore;
+        std::string expected = kBefore;
+        expected.replace(0, fits ? count : 0, fits ? count : 0, 'v');
+        EXPECT_EQ(outcome(qel_memset_s(buffer.data(), kSize, 'v', count)), fits ? 0 : -ERANGE);
+        EXPECT_EQ(buffer, expected);
     }
     EXPECT_EQ(qel_memset_s(nullptr, kSize, 0, 0), 0);
-    EXPECT_EQ(qel_memset_s(nullptr, kSize, 0, 1), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(outcome(qel_memset_s(nullptr, kSize, 0, 1)), -EINVAL);
 }
 
 TEST(Bounded, MemcpyCopiesAllOrNothing)
 {
     struct Row {
-        ptrdiff_t dest;   // offset in the buffer, -1 for null
-        ptrdiff_t source; // likewise
-        size_t size;
-        size_t count;
-        int result;
-        int error;
+        ptrdiff_t dest, source; // offsets in the buffer, -1 for null
+        size_t size, count;
+        int outcome;
+        std::string after;
     };
-    const std::array rows = {
-        Row{0, 8, 8, 8, 0, 0},        Row{8, 0, 8, 8, 0, 0},
-        Row{0, 8, 8, 0, 0, 0},        Row{-1, -1, 0, 0, 0, 0},
-        Row{-1, 0, 8, 1, -1, EINVAL}, Row{0, -1, 8, 1, -1, EINVAL},
-        Row{0, 8, 7, 8, -1, ERANGE},  Row{0, 8, 8, SIZE_MAX, -1, ERANGE},
-        Row{0, 7, 8, 8, -1, EINVAL}, // the last byte of one is the first of the other
-        Row{7, 0, 8, 8, -1, EINVAL},  Row{3, 3, 8, 1, -1, EINVAL},
-    };
-    for (const Row &row : rows) {
-        Buffer buffer{};
-        memcpy(buffer.data(), "0123456789abcdef", buffer.size());
-        Buffer expected = buffer;
-        const auto at = [&](Buffer &memory, ptrdiff_t offset) {
-            return offset < 0 ? nullptr : memory.data() + offset;
+    for (const Row &row : {
+             Row{0, 8, 8, 8, 0, "89abcdef89abcdef"},
+             Row{8, 0, 8, 8, 0, "0123456701234567"},
+             Row{0, 8, 8, 0, 0, kBefore},
+             Row{-1, -1, 0, 0, 0, kBefore},
+             Row{-1, 0, 8, 1, -EINVAL, kBefore},
+             Row{0, -1, 8, 1, -EINVAL, kBefore},
+             Row{0, 8, 7, 8, -ERANGE, kBefore},
+             Row{0, 8, 8, SIZE_MAX, -ERANGE, kBefore},
+             Row{0, 7, 8, 8, -EINVAL, kBefore}, // the last byte of one is the first of the other
+             Row{7, 0, 8, 8, -EINVAL, kBefore},
+             Row{3, 3, 8, 1, -EINVAL, kBefore},
+         }) {
+        std::string buffer = kBefore;
+        const auto at = [&](ptrdiff_t offset) {
+            return offset < 0 ? nullptr : buffer.data() + offset;
         };
-        if (row.result == 0 && row.count > 0) {
-            memcpy(at(expected, row.dest), at(buffer, row.source), row.count);
-        }
-        errno = 0;
-        EXPECT_EQ(qel_memcpy_s(at(buffer, row.dest), row.size, at(buffer, row.source), row.count),
-                  row.result);
-        EXPECT_EQ(errno, row.error) << row.dest << " " << row.source << " " << row.count;
-        EXPECT_EQ(buffer, expected) << row.dest << " " << row.source << " " << row.count;
+        EXPECT_EQ(outcome(qel_memcpy_s(at(row.dest), row.size, at(row.source), row.count)),
+                  row.outcome)
+            << row.dest << " " << row.source << " " << row.count;
+        EXPECT_EQ(buffer, row.after) << row.dest << " " << row.source << " " << row.count;
     }
 }
 
 TEST(Bounded, SnprintfCutsAndSaysSo)
 {
-    struct Row {
-        const char *text;
-        int result;
-        const char *written;
-    };
-    for (const Row &row : {Row{"", 0, ""}, Row{"1234567", 7, "1234567"},
-                           Row{"12345678", -1, "1234567"}, Row{"123456789abcdef", -1, "1234567"}}) {
-        Buffer buffer = filled();
-        errno = 0;
-        EXPECT_EQ(qel_snprintf_s(buffer.data(), kSize, "%s", row.text), row.result);
-        EXPECT_EQ(errno, row.result < 0 ? ERANGE : 0);
-        EXPECT_STREQ(buffer.data(), row.written);
-        EXPECT_EQ(std::string(buffer.data() + kSize, kSize), "########");
+    const std::string text = "123456789abcde";
+    for (const size_t length : {0U, 7U, 8U, 14U}) {
+        std::string buffer = kBefore;
+        EXPECT_EQ(outcome(qel_snprintf_s(buffer.data(), kSize, "%.*s", static_cast<int>(length),
+                                         text.c_str())),
+                  length < kSize ? static_cast<int>(length) : -ERANGE);
+        EXPECT_STREQ(buffer.c_str(), text.substr(0, std::min(length, kSize - 1)).c_str());
+        EXPECT_EQ(buffer.substr(kSize), kBefore.substr(kSize));
     }
-    Buffer buffer = filled();
-    EXPECT_EQ(qel_snprintf_s(buffer.data(), 0, "%d", 1), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(buffer, filled());
-    EXPECT_EQ(qel_snprintf_s(nullptr, kSize, "%d", 1), -1);
+    std::string buffer = kBefore;
+    EXPECT_EQ(outcome(qel_snprintf_s(buffer.data(), 0, "%d", 1)), -EINVAL);
+    EXPECT_EQ(buffer, kBefore);
+    EXPECT_EQ(outcome(qel_snprintf_s(nullptr, kSize, "%d", 1)), -EINVAL);
 }
 
 TEST(Bounded, PrintfWritesToStandardOutput)

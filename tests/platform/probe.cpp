@@ -1,15 +1,14 @@
-// A small program that the tests start: writes log lines, or tells who locks a descriptor it was
-// started with.
+// A small program that the tests start, because settings are read at load: writes log lines.
 //
-//   qelplatform_probe log CALL LEVEL TEXT...   CALL: dbg, runtime, audit, error, info, long (TEXT
-//   is a length) qelplatform_probe locked FD                exit status 0: another process holds
-//   the file lock
+//   qelplatform_probe {CALL LEVEL TEXT}...     CALL: dbg, runtime, audit, error or info
+//
+// Each write to standard error, and each datagram to syslog, which goes to descriptor 3, is
+// followed by a "|".
 #include "platform/qelplatform.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -17,7 +16,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-// Each write to standard error shows where it ends.
 extern "C" ssize_t write(int fd, const void *bytes, size_t count)
 {
     const ssize_t written = syscall(SYS_write, fd, bytes, count);
@@ -27,17 +25,14 @@ extern "C" ssize_t write(int fd, const void *bytes, size_t count)
     return written;
 }
 
-// Datagrams to the syslog socket go to descriptor 3.
 extern "C" ssize_t sendmsg(int, const msghdr *message, int)
 {
-    if (getenv("PROBE_NO_SYSLOG") != nullptr) {
+    const auto *address = static_cast<const sockaddr_un *>(message->msg_name);
+    if (getenv("PROBE_NO_SYSLOG") != nullptr || strcmp(address->sun_path, "/dev/log") != 0) {
         errno = ECONNREFUSED;
         return -1;
     }
-    const auto *address = static_cast<const sockaddr_un *>(message->msg_name);
-    const ssize_t sent = strcmp(address->sun_path, "/dev/log") != 0
-                             ? -1
-                             : writev(3, message->msg_iov, static_cast<int>(message->msg_iovlen));
+    const ssize_t sent = writev(3, message->msg_iov, static_cast<int>(message->msg_iovlen));
     syscall(SYS_write, 3, "|", 1);
     return sent;
 }
@@ -54,21 +49,12 @@ static void log_line(const std::string &call, uint32_t level, const char *text)
         _ssp_error(level, "module", 7, "function", text);
     } else if (call == "info") {
         _ssp_info(level, "module", 7, "function", "%s %d", text, 42);
-    } else if (call == "long") {
-        IDBG_LINUXAPP_DbgOut(level, "%s", std::string(strtoul(text, nullptr, 10), 'x').c_str());
     }
 }
 
 int main(int argc, char **argv)
 {
-    if (argc == 3 && strcmp(argv[1], "locked") == 0) {
-        struct flock whole_file = {};
-        whole_file.l_type = F_WRLCK;
-        whole_file.l_whence = SEEK_SET;
-        return fcntl(atoi(argv[2]), F_GETLK, &whole_file) == 0 && whole_file.l_type == F_WRLCK ? 0
-                                                                                               : 1;
-    }
-    for (int i = 2; i + 2 < argc; i += 3) {
+    for (int i = 1; i + 2 < argc; i += 3) {
         log_line(argv[i], static_cast<uint32_t>(strtoul(argv[i + 1], nullptr, 10)), argv[i + 2]);
     }
     return 0;

@@ -1,18 +1,13 @@
-// Children, signals and captured output for tests that need more than one process.
+// Children and signals for tests that need more than one process.
 #include "tests/platform/process.h"
 
-#include <array>
 #include <csignal>
-#include <cstdlib>
-#include <ctime>
-#include <dirent.h>
-#include <sstream>
 #include <sys/prctl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-pid_t start_child(const std::function<int()> &body)
+pid_t start_child(const std::function<bool()> &body)
 {
     const pid_t parent = getpid();
     const pid_t child = fork();
@@ -20,21 +15,21 @@ pid_t start_child(const std::function<int()> &body)
         return child;
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    _exit(getppid() == parent ? body() : 127);
+    _exit(getppid() == parent && body() ? 0 : 1);
 }
 
-int end_of(pid_t child)
+bool ends_well(pid_t child)
 {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status == 0;
 }
 
 void kill_child(pid_t child)
 {
     kill(child, SIGKILL);
-    end_of(child);
+    ends_well(child);
 }
 
 void wait_until(const std::function<bool()> &condition)
@@ -47,18 +42,11 @@ void wait_until(const std::function<bool()> &condition)
 namespace
 {
 
-const Shared<std::atomic<int>> handled;
-
-void count_signal(int)
-{
-    handled->fetch_add(1);
-}
+std::atomic<int> &handled = shared<std::atomic<int>>();
 
 void set_timer(suseconds_t microseconds)
 {
-    itimerval timer = {};
-    timer.it_interval.tv_usec = microseconds;
-    timer.it_value.tv_usec = microseconds;
+    const itimerval timer = {{0, microseconds}, {0, microseconds}};
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
@@ -67,7 +55,7 @@ void set_timer(suseconds_t microseconds)
 SignalStorm::SignalStorm()
 {
     struct sigaction action = {};
-    action.sa_handler = count_signal;
+    action.sa_handler = [](int) { ++handled; };
     sigaction(SIGALRM, &action, nullptr);
     set_timer(2000);
 }
@@ -76,69 +64,16 @@ SignalStorm::~SignalStorm()
 {
     set_timer(0);
     signal(SIGALRM, SIG_IGN);
-    handled->store(0);
 }
 
-int SignalStorm::signals()
-{
-    return handled->load();
-}
-
-void SignalStorm::wait_for_signals()
+void wait_for_storm()
 {
 #ifdef __SANITIZE_THREAD__
-    usleep(
-        100'000); // this sanitizer puts handlers off until the call that is interrupted has ended
+    usleep(100'000); // handlers are put off until the call that is interrupted has ended
 #else
-    wait_until([] { return signals() >= 3; });
+    const int before = handled;
+    for (int steps = 0; steps < 4000 && handled < before + 3; ++steps) {
+        usleep(500);
+    }
 #endif
-}
-
-CapturedErrors::CapturedErrors() : memory_(memfd_create("stderr", MFD_CLOEXEC)), original_(dup(2))
-{
-    dup2(memory_, STDERR_FILENO);
-}
-
-CapturedErrors::~CapturedErrors()
-{
-    dup2(original_, STDERR_FILENO);
-    close(original_);
-    close(memory_);
-}
-
-std::vector<std::string> CapturedErrors::lines() const
-{
-    std::string text;
-    std::array<char, 4096> part{};
-    ssize_t count = 0;
-    while ((count = pread(memory_, part.data(), part.size(), static_cast<off_t>(text.size()))) >
-           0) {
-        text.append(part.data(), static_cast<size_t>(count));
-    }
-    std::vector<std::string> result;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        result.push_back(line);
-    }
-    return result;
-}
-
-int64_t monotonic_milliseconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
-std::vector<int> open_descriptors()
-{
-    std::vector<int> result;
-    DIR *directory = opendir("/proc/self/fd");
-    while (const dirent *entry = readdir(directory)) {
-        if (entry->d_name[0] != '.' && atoi(entry->d_name) != dirfd(directory)) {
-            result.push_back(atoi(entry->d_name));
-        }
-    }
-    closedir(directory);
-    return result;
 }
