@@ -5,7 +5,7 @@
 #include "bus/lock_order.h"
 #include "include/qeli2c.h"
 #include "platform/qelplatform.h"
-#include "tests/unit/notation.h"
+#include "tests/calls/notation.h"
 
 #include <algorithm>
 #include <atomic>

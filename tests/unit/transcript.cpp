@@ -15,8 +15,8 @@
 //
 // The bytes of outputs are 0xee before, unless the call says otherwise. QELI2C_RECORD=1 writes what
 // happens into the files.
-#include "tests/unit/call.h"
-#include "tests/unit/notation.h"
+#include "tests/calls/call.h"
+#include "tests/calls/notation.h"
 #include "tests/unit/scripted_kernel.h"
 
 #include <cctype>
@@ -49,6 +49,15 @@ const std::vector<notation::Fold> &folds()
     return all;
 }
 
+void nothing(const ei2c_client &) {}
+
+void warm_up(const ei2c_client &client)
+{
+    scripted::warm_up(client.bus);
+    if (client.addr != 0)
+        ui2c_to_client(client.bus, client.addr, client.swi_addr, client.swi_chnl);
+}
+
 // Adds what a line that begins with "<" asks for.
 void add_answer(std::vector<scripted::Answer> &answers, const std::string &line)
 {
@@ -71,7 +80,7 @@ void add_answer(std::vector<scripted::Answer> &answers, const std::string &line)
         return scripted::fail_allocation(answer.first);
     if (result == "meanwhile") {
         std::getline(words >> std::ws, reply);
-        answer.meanwhile = [call = call_of(reply, false)] { call.run(); };
+        answer.meanwhile = [call = call_of(reply, nothing)] { call.run(); };
         answers.push_back(answer);
         return;
     }
@@ -95,7 +104,7 @@ std::string made(const std::string &line, const std::vector<std::string> &given)
     const bool warm = line.starts_with("$ ");
     if (warm)
         scripted::observe({}, ee_eeprom_semid);
-    const Call call = call_of(line.substr(line.find(' ') + 1), warm);
+    const Call call = call_of(line.substr(line.find(' ') + 1), warm ? warm_up : nothing);
     std::vector<scripted::Answer> answers;
     for (const std::string &answer : given)
         add_answer(answers, answer.substr(2));

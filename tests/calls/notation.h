@@ -1,6 +1,6 @@
 // How transcripts write bytes, errno and lines.
-#ifndef TESTS_UNIT_NOTATION_H
-#define TESTS_UNIT_NOTATION_H
+#ifndef TESTS_CALLS_NOTATION_H
+#define TESTS_CALLS_NOTATION_H
 
 #include <cstdint>
 #include <linux/i2c.h>

@@ -1,5 +1,5 @@
 // See notation.h.
-#include "tests/unit/notation.h"
+#include "tests/calls/notation.h"
 
 #include <cstdarg>
 #include <cstdlib>

@@ -1,8 +1,7 @@
 // See call.h.
-#include "tests/unit/call.h"
+#include "tests/calls/call.h"
 
-#include "tests/unit/notation.h"
-#include "tests/unit/scripted_kernel.h"
+#include "tests/calls/notation.h"
 
 #include <algorithm>
 #include <cstring>
@@ -30,7 +29,7 @@ uint32_t hex(const std::string &text)
 struct Given {
     Call &call;
     std::vector<std::string> words;
-    bool warm;
+    const Prepare &prepare;
     size_t used = 1; // the name
 
     std::string next()
@@ -48,56 +47,37 @@ struct Given {
         call.memory.push_back(kept);
         return kept.get();
     }
-    uint8_t *output(size_t size, const notation::Bytes &before, bool is_number, bool is_float)
+    uint8_t *output(size_t size, const notation::Bytes &before, bool is_number, bool is_float,
+                    const std::string &name = "")
     {
         std::vector<uint8_t> all(size + 2 * margin, untouched);
         if (before.size() > size)
             throw std::invalid_argument("more than the output holds");
         std::copy(before.begin(), before.end(), all.begin() + margin);
         uint8_t *bytes = keep(all) + margin;
-        call.outputs.push_back({bytes, size, all, is_float, is_number});
+        call.outputs.push_back({name, bytes, size, all, is_float, is_number});
         return bytes;
     }
 };
 
-ei2c_client client_of(const Given &given, const std::string &word)
+ei2c_client prepared(const Given &given, const ei2c_client &client)
 {
-    const size_t flags = word.find(':'), name = word.find('@');
-    const auto parts = split(word.substr(0, std::min(flags, name)), '/');
-    if (parts.size() < 2 || parts.size() > 4)
-        throw std::invalid_argument("not a device: " + word);
-    ei2c_client client = {};
-    client.bus = static_cast<uint32_t>(number_of(parts[0]));
-    client.addr = static_cast<uint16_t>(hex(parts.back()));
-    if (flags != std::string::npos)
-        client.flags = static_cast<uint16_t>(hex(word.substr(flags + 1, name - flags - 1)));
-    if (name != std::string::npos)
-        memcpy(client.pcie_name, &word[name + 1], std::min<size_t>(word.size() - name - 1, 16));
-    for (size_t i = 1; i + 1 < parts.size(); ++i) {
-        const auto near = split(parts[i], '.');
-        client.swi_addr = client.swi_addr << 16 | hex(near.at(0));
-        client.swi_chnl = client.swi_chnl << 16 | hex(near.at(1));
-    }
-    if (given.warm) {
-        scripted::warm_up(client.bus);
-        ui2c_to_client(client.bus, client.addr, client.swi_addr, client.swi_chnl);
-    }
+    given.prepare(client);
     return client;
 }
 
 ui2c_adapter *adapter_of(const Given &given, const std::string &word)
 {
-    const auto bus = static_cast<uint32_t>(number_of(word));
-    if (given.warm)
-        scripted::warm_up(bus);
-    return ui2c_to_adapter(bus);
+    ei2c_client bus = {};
+    bus.bus = static_cast<uint32_t>(number_of(word));
+    return ui2c_to_adapter(prepared(given, bus).bus);
 }
 
 tpa626_info monitor_of(const Given &given, const std::string &word)
 {
     const auto parts = split(word, ',');
     tpa626_info info = {};
-    info.client = client_of(given, parts.at(0));
+    info.client = prepared(given, client_of(parts.at(0)));
     info.wConfig = static_cast<uint16_t>(hex(parts.at(1)));
     info.wCalibration = static_cast<uint16_t>(hex(parts.at(2)));
     float *const coefficients[] = {&info.fPowerCoef1, &info.fPowerCoef2, &info.fVoltCoef1,
@@ -114,8 +94,9 @@ retimer_i2c_dev retimer_of(const Given &given, const std::string &word)
     memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
     const std::string switches =
         notation::printed("/%x.0/%x.0/", record.ucUpSwiAddr, record.ucSwiAddr);
-    client_of(given, std::to_string(record.ucBus) + (record.ucSwiValid == 1 ? switches : "/") +
-                         notation::printed("%x", record.ucAddr));
+    prepared(given,
+             client_of(std::to_string(record.ucBus) + (record.ucSwiValid == 1 ? switches : "/") +
+                       notation::printed("%x", record.ucAddr)));
     return record;
 }
 
@@ -162,7 +143,9 @@ uint8_t *output_of(Given &given, const std::string &word, size_t size, bool is_f
     const auto value = before == "-" ? int64_t{0} : number_of(before);
     notation::Bytes bytes(size);
     memcpy(bytes.data(), &value, size); // of a little-endian machine
-    return given.output(size, before == "-" ? notation::Bytes{} : bytes, true, is_float);
+    const bool named = !length.empty() && isalpha(length[0]) != 0;
+    return given.output(size, before == "-" ? notation::Bytes{} : bytes, true, is_float,
+                        named ? length : "");
 }
 
 template <class T>
@@ -175,7 +158,7 @@ T argument(Given &given)
     else if (word == "null")
         return nullptr;
     else if constexpr (std::is_same_v<Pointed, ei2c_client>)
-        return given.keep<ei2c_client>({client_of(given, word)});
+        return given.keep<ei2c_client>({prepared(given, client_of(word))});
     else if constexpr (std::is_same_v<Pointed, tpa626_info>)
         return given.keep<tpa626_info>({monitor_of(given, word)});
     else if constexpr (std::is_same_v<Pointed, retimer_i2c_dev>)
@@ -224,10 +207,31 @@ const std::map<std::string, std::function<std::string()> (*)(Given &)> calls = {
 
 } // namespace
 
-Call call_of(const std::string &line, bool warm)
+ei2c_client client_of(const std::string &word)
+{
+    const size_t flags = word.find(':'), name = word.find('@');
+    const auto parts = split(word.substr(0, std::min(flags, name)), '/');
+    if (parts.size() < 2 || parts.size() > 4)
+        throw std::invalid_argument("not a device: " + word);
+    ei2c_client client = {};
+    client.bus = static_cast<uint32_t>(number_of(parts[0]));
+    client.addr = static_cast<uint16_t>(hex(parts.back()));
+    if (flags != std::string::npos)
+        client.flags = static_cast<uint16_t>(hex(word.substr(flags + 1, name - flags - 1)));
+    if (name != std::string::npos)
+        memcpy(client.pcie_name, &word[name + 1], std::min<size_t>(word.size() - name - 1, 16));
+    for (size_t i = 1; i + 1 < parts.size(); ++i) {
+        const auto near = split(parts[i], '.');
+        client.swi_addr = client.swi_addr << 16 | hex(near.at(0));
+        client.swi_chnl = client.swi_chnl << 16 | hex(near.at(1));
+    }
+    return client;
+}
+
+Call call_of(const std::string &line, const Prepare &prepare)
 {
     Call call;
-    Given given = {call, split(line, ' '), warm};
+    Given given = {call, split(line, ' '), prepare};
     const auto found = calls.find(given.words.at(0));
     if (found == calls.end())
         throw std::invalid_argument("no such call");
@@ -250,8 +254,12 @@ std::string outputs_of(const Call &call)
             text += " written-outside";
         if (memcmp(all, output.before.data(), size) == 0)
             text += " untouched";
+        else if (!output.name.empty())
+            text += " " + output.name;
         else if (output.is_float)
             text += notation::printed(" %.9g", static_cast<double>(value));
+        else if (output.is_number && output.size == 2)
+            text += notation::printed(" 0x%04x", static_cast<unsigned>(number));
         else if (output.is_number)
             text += notation::printed(" %d", static_cast<int>(number));
         else
