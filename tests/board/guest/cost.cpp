@@ -1,7 +1,7 @@
 // See cost.h.
 #include "cost.h"
-#include "calls.h"
 #include "link.h"
+#include "tests/calls/call.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -102,7 +102,7 @@ double microseconds(Call call)
 
 std::string note_cost(const std::string &path)
 {
-    const ei2c_client client = client_at(path);
+    const ei2c_client client = client_of(path);
     uint8_t sent[2] = {0x20, 0};
     uint8_t received[2] = {};
     i2c_msg messages[2] = {{client.addr, 0, 2, sent}, {client.addr, I2C_M_RD, 2, received}};
@@ -127,7 +127,7 @@ std::string note_cost(const std::string &path)
                         "NOTE cost at %s: %.3f times the same calls by hand, %.3f times the bare "
                         "requests, %.0f us",
                         path.c_str(), median(above_same), median(above_bare), median(bare));
-    link::say(line);
+    say(line);
     return "";
 }
 

@@ -1,38 +1,14 @@
 // What callers compile against on this processor.
-#include "layout.h"
 #include "qeli2c.h"
 
 #include <cstddef>
 #include <ctime>
 #include <sys/types.h>
 
-namespace board
-{
-
-std::string layout()
-{
-    const struct {
-        const char *name;
-        size_t value;
-    } rows[] = {
-        {"ei2c_client", sizeof(ei2c_client)},
-        {"  swi_addr at", offsetof(ei2c_client, swi_addr)},
-        {"  pcie_name at", offsetof(ei2c_client, pcie_name)},
-        {"tpa626_info", sizeof(tpa626_info)},
-        {"  wConfig at", offsetof(tpa626_info, wConfig)},
-        {"  fVoltCoef2 at", offsetof(tpa626_info, fVoltCoef2)},
-        {"tpidMap", sizeof(tpidMap)},
-        {"mapFlag", sizeof(mapFlag)},
-        {"pid", sizeof(pid)},
-        {"g_dwEi2cLog", sizeof(g_dwEi2cLog)},
-        {"a pointer", sizeof(void *)},
-        {"a file offset", sizeof(off_t)}, // this program is built with the library's options
-        {"a time", sizeof(time_t)},
-    };
-    std::string text;
-    for (const auto &row : rows)
-        text += std::string(row.name) + " " + std::to_string(row.value) + "\n";
-    return text;
-}
-
-} // namespace board
+static_assert(sizeof(ei2c_client) == 32);
+static_assert(offsetof(ei2c_client, swi_addr) == 8 && offsetof(ei2c_client, pcie_name) == 16);
+static_assert(sizeof(tpa626_info) == 60);
+static_assert(offsetof(tpa626_info, wConfig) == 32 && offsetof(tpa626_info, fVoltCoef2) == 56);
+static_assert(sizeof(tpidMap) == 4 && sizeof(mapFlag) == 4 && sizeof(pid) == 4);
+static_assert(sizeof(g_dwEi2cLog) == 4 && sizeof(void *) == 4);
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8); // with the library's options

@@ -1,106 +1,100 @@
-// The cases on the emulated board:
-//   board-guest LINE [PREFIX]  runs all whose names begin with PREFIX, each in a process of its
-//                              own, and reports them by name on the serial line; files whose cases
-//                              went another way than they say go to the host as they went
+// The board's side of the cases: board-guest LINE. On the serial line come, from the host program,
+//
+//     case SECONDS      one begins, in a process of its own and with a time limit
+//     LINE              a line of it without its "$ ": a command of the shell, or with a colon
+//                       what this program does itself. "\v" stands for a new line.
+//     end               and ends
+//
+// Back go, for each line, what it printed as a case has it, and "."; for each case "pid N", and
+// "over" with the signal that ended it, if one did. Likewise "pid N" for other processes that used
+// the bus.
+#include "calls.h"
+#include "cost.h"
 #include "link.h"
-#include "play.h"
+#include "tool/requests.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <set>
-#include <sstream>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-using board::Case;
-using board::Lines;
+using board::hear;
+using board::say;
 
-// What happened comes through a pipe.
-[[noreturn]] void play_in_child(const Case &one, int out)
+void say_lines(const std::string &prefix, const std::string &text)
 {
-    (void)alarm(one.seconds);
-    const std::string text = board::play(one);
-    const ssize_t written = write(out, text.data(), text.size());
-    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        say(prefix + line);
 }
 
-Lines read_all(int in)
+void run_command(const std::string &line)
 {
-    std::string text;
-    char buffer[4096];
-    for (ssize_t count; (count = read(in, buffer, sizeof buffer)) > 0;)
-        text.append(buffer, static_cast<size_t>(count));
-    std::istringstream stream(text);
-    Lines lines;
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
+    FILE *pipe = popen(("exec 2>&1; " + line).c_str(), "r");
+    if (pipe == nullptr)
+        throw std::runtime_error("cannot run: " + line);
+    std::string output;
+    char buffer[512];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        output.append(buffer, count);
+    const int status = pclose(pipe);
+    say_lines("  ", output);
+    if (status != 0)
+        say("? " + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1));
 }
 
-std::string how_it_ended(const Case &one, int status)
+//     :3/0x70 08 r1           a transfer without the library, see tool/requests.h
+//     :env NAME=VALUE         for the commands that follow
+//     :cost 3/50              see cost.h
+//     :another 400 CALL       :killed CALL          :waits CALL          CALL: see calls.h
+std::string do_line(const std::string &line)
 {
-    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM)
-        return "not done after " + std::to_string(one.seconds) + " s";
-    if (WIFSIGNALED(status))
-        return std::string("killed by ") + strsignal(WTERMSIG(status));
-    return WEXITSTATUS(status) == 0 ? "" : "could not report";
-}
-
-// The first line that differs.
-std::string difference(const Lines &got, const Lines &wanted)
-{
-    size_t at = 0;
-    while (at < got.size() && at < wanted.size() && got[at] == wanted[at])
-        at++;
-    if (at == got.size() && at == wanted.size())
+    std::istringstream words(line);
+    std::string verb;
+    std::string first;
+    words >> verb >> first;
+    const std::string rest = line.substr(std::min(line.size(), verb.size() + 1));
+    if (isdigit(verb.at(1)) != 0)
+        return transfer_line(line);
+    if (verb == ":env") {
+        const size_t equals = first.find('=');
+        (void)setenv(first.substr(0, equals).c_str(), first.substr(equals + 1).c_str(), 1);
         return "";
-    const auto line = [at](const Lines &lines) {
-        return at < lines.size() ? lines[at] : "nothing";
-    };
-    return "line " + std::to_string(at) + ": '" + line(got) + "' instead of '" + line(wanted) + "'";
+    }
+    if (verb == ":cost")
+        return board::note_cost(first);
+    if (verb == ":another")
+        return board::call_of_another(std::stol(first), rest.substr(first.size() + 1));
+    if (verb == ":killed")
+        return board::call_before_death(rest);
+    if (verb == ":waits")
+        return board::call_that_waits(rest);
+    return board::call_line(line.substr(1));
 }
 
-// What it gives takes the case's lines' place.
-bool run(Case &one)
+[[noreturn]] void play_case(unsigned seconds)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) // a case may leave a program running
-        return false;
-    const pid_t child = fork();
-    if (child == 0) {
-        (void)close(ends[0]);
-        play_in_child(one, ends[1]);
-    }
-    (void)close(ends[1]);
-    Lines played = read_all(ends[0]);
-    (void)close(ends[0]);
-    int status = 0;
-    (void)waitpid(child, &status, 0);
-    std::string why = how_it_ended(one, status);
-    if (why.empty()) {
-        why = difference(played, one.lines);
-        one.lines = played;
-    }
-    board::link::say(why.empty() ? "PASS " + one.name : "FAIL " + one.name + ": " + why);
-    return why.empty();
-}
-
-void send_files(const std::vector<Case> &cases, const std::set<std::string> &files)
-{
-    std::string last;
-    for (const Case &one : cases) {
-        if (!files.contains(one.file))
-            continue;
-        if (one.file != last)
-            for (const std::string &line : one.before)
-                board::link::say("OUT " + one.file + " " + line);
-        last = one.file;
-        for (const std::string &line : one.lines)
-            board::link::say("OUT " + one.file + " " + line);
+    (void)alarm(seconds);
+    say("pid " + std::to_string(getpid()));
+    for (;;) {
+        std::string line = hear();
+        if (line == "end")
+            _exit(0);
+        std::replace(line.begin(), line.end(), '\v', '\n');
+        try {
+            if (line.starts_with(':'))
+                say_lines("  ", do_line(line));
+            else
+                run_command(line);
+        } catch (const std::exception &error) {
+            say_lines("! ", error.what());
+        }
+        say(".");
     }
 }
 
@@ -108,23 +102,21 @@ void send_files(const std::vector<Case> &cases, const std::set<std::string> &fil
 
 int main(int argc, char **argv)
 {
-    if (argc < 2) {
-        (void)std::fprintf(stderr, "usage: board-guest LINE [PREFIX]\n");
+    if (argc != 2) {
+        (void)std::fprintf(stderr, "usage: board-guest LINE\n");
         return 2;
     }
-    const std::string prefix = argc > 2 ? argv[2] : "";
-    board::link::open_line(argv[1]);
-    std::vector<Case> cases = board::read_cases();
-    std::set<std::string> changed;
-    size_t reported = 0;
-    for (Case &one : cases) {
-        if (!one.name.starts_with(prefix))
+    board::open_link(argv[1]);
+    say("ready");
+    for (std::string line; (line = hear()) != "done";) {
+        if (!line.starts_with("case ")) // for one that has ended
             continue;
-        if (!run(one))
-            changed.insert(one.file);
-        reported++;
+        const pid_t child = fork();
+        if (child == 0)
+            play_case(static_cast<unsigned>(std::stoul(line.substr(5))));
+        int status = 0;
+        (void)waitpid(child, &status, 0);
+        say(WIFSIGNALED(status) ? std::string("over ") + strsignal(WTERMSIG(status)) : "over");
     }
-    send_files(cases, changed);
-    board::link::say("DONE " + std::to_string(reported));
     return 0;
 }
