@@ -34,7 +34,7 @@ bool cancel_at_random(const Board &board, unsigned times)
             {
                 std::vector<uint8_t> bytes(8000);
                 for (;;) {
-                    (void)watch::rounds(device, 0, 1);
+                    (void)watch::do_rounds(device, 0, 1);
                     (void)i2cRead(&large.job.client, 8000, bytes.data(), 2, 0);
                     (void)i2cWrite(&large.job.client, 8000, bytes.data(), 2, 0);
                     pthread_testcancel(); // the calls need not come to another point
@@ -93,11 +93,11 @@ TEST(Cancel, OfAThreadThatWaitsForABusyBusTakesEffectWhenItHasHadItsTurn)
                      : ee_lock_eeprom()) < 0)
                 return false;
             auto work = [&] {
-                (void)watch::rounds(eeprom, 0, 0);
+                (void)watch::do_rounds(eeprom, 0, 0);
                 pthread_testcancel();
             };
             const pthread_t thread = watch::start_thread(work);
-            watch::await_waiters(lock, 1);
+            wait_until([&] { return watch::waiters(lock) == 1; });
             pthread_cancel(thread);
             usleep(50000);
             const bool still_waits = watch::waiters(lock) == 1;

@@ -34,8 +34,7 @@ struct Queue {
 void wait_in(Queue &queue, const watch::Device &device)
 {
     for (int round = 1;; round++) {
-        while (queue.round < round && !queue.stop)
-            usleep(200);
+        wait_until([&] { return queue.round >= round || queue.stop; });
         if (queue.stop)
             return;
         int32_t fd = -1;
@@ -46,7 +45,7 @@ void wait_in(Queue &queue, const watch::Device &device)
         queue.first.compare_exchange_strong(none, now);
         queue.last = now;
         if (!got || ei2c_smbus_unlock_adapter(&device.job.client, fd, semid) != 0 ||
-            !watch::rounds(device, 0, 0).empty())
+            !watch::do_rounds(device, 0, 0))
             queue.failed++;
         queue.served++;
     }
@@ -90,26 +89,23 @@ protected:
             if (ei2c_smbus_select_switch(&device.job.client, &fd, &semid) < 0)
                 return false;
             queue_.held = true;
-            for (int i = 0; queue_.held && i < 600000; i++)
-                usleep(100);
+            wait_until([this] { return !queue_.held; });
             return ei2c_smbus_deselect_switch(&device.job.client, fd, semid) >= 0;
         });
-        while (!queue_.held)
-            usleep(100);
+        wait_until([this] { return queue_.held.load(); });
         queue_.first = 0;
         queue_.served = 0;
         queue_.round++;
-        watch::await_waiters(kBus, kTasks);
+        wait_until([] { return watch::waiters(kBus) == kTasks; });
         return holder;
     }
     void await_served()
     {
-        while (queue_.served < kTasks)
-            usleep(200);
+        wait_until([this] { return queue_.served == kTasks; });
     }
 
     Board board_{reference_board()};
-    Queue &queue_ = watch::share<Queue>();
+    Queue &queue_ = shared<Queue>();
     std::vector<pid_t> children_;
 };
 

@@ -28,7 +28,7 @@ int descriptors_of_executed()
 TEST(Fork, ParentAndChildGoOnBothAndAreRecordedAsWhoMappedTheTable)
 {
     Board board(reference_board());
-    pid_t &user = watch::share<pid_t>();
+    pid_t &user = shared<pid_t>();
     EXPECT_TRUE(watch::succeeds([&] {
         user = getpid();
         const watch::Device own = watch::device(board, "id-registers", 0);

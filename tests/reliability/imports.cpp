@@ -59,7 +59,7 @@ void pass(Kind kind)
 }
 
 // Records a call; true when it is to fail, with errno set unless the kind has none.
-bool strikes(Kind kind, uintptr_t detail = 0, uint8_t address = 0, uint8_t byte = 0)
+bool strikes(Kind kind, uintptr_t detail = 0, uint8_t address = 0)
 {
     if (!recording)
         return false;
@@ -68,11 +68,11 @@ bool strikes(Kind kind, uintptr_t detail = 0, uint8_t address = 0, uint8_t byte 
         return false;
     }
     const int number = static_cast<int>(run->calls++);
-    Call &call = run->call[number];
+    Step &call = run->call[number];
     const bool behind = plan.target >= 0 && number > plan.target;
     const bool fails = number == plan.target || (behind && plan.mode == Mode::later) ||
                        (behind && plan.mode == Mode::kind && run->call[plan.target].kind == kind);
-    call = {kind, fails, address, byte, detail, 0};
+    call = {kind, fails, address, detail, 0};
     if (fails && kind != Kind::mutex && kind != Kind::fork_handler) {
         const bool timeout = kind == Kind::wait && plan.timeout && number == plan.target;
         call.error = timeout ? ETIMEDOUT : kFirstError + number;
@@ -239,27 +239,7 @@ int hook_ioctl(int fd, unsigned long request, ...)
         return ioctl(fd, request, argument);
     if (kind == Kind::slave || kind == Kind::slave_force)
         slave_address = static_cast<uint8_t>(argument);
-    uint8_t byte = 0;
-    if (recording && kind == Kind::rdwr) {
-        const auto *data = reinterpret_cast<const i2c_rdwr_ioctl_data *>(argument); // NOLINT
-        if (data->nmsgs != 0 && data->msgs[0].buf != nullptr)
-            byte = data->msgs[0].buf[0];
-    }
-    return strikes(kind, 0, slave_address, byte) ? -1 : ioctl(fd, request, argument);
-}
-
-int hook_select(int number, fd_set *reads, fd_set *writes, fd_set *others, timeval *limit)
-{
-    if (limit == nullptr || limit->tv_sec != 1 || limit->tv_usec != 0)
-        wrong("waits for a device for other than a second");
-    return forward<Kind::wait, &sigwrap_select, int>(number, reads, writes, others, limit);
-}
-
-int32_t hook_sem_lock(int32_t id, uint32_t wait)
-{
-    if (wait != 65535)
-        wrong("waits for a semaphore with a limit");
-    return forward<Kind::sem_lock, &OAL_SemLockBySemId, int32_t>(id, wait);
+    return strikes(kind, 0, slave_address) ? -1 : ioctl(fd, request, argument);
 }
 
 int hook_response(int, uint8_t *buffer)
@@ -310,13 +290,13 @@ const Import kImports[] = {
     {FORWARD(map, "mmap", mmap), true},
     {FORWARD(map, "mmap64", mmap), true},
     {FORWARD(sem_create, "OAL_SemCreate", OAL_SemCreate), true},
-    {HOOK("OAL_SemLockBySemId", hook_sem_lock), true},
+    {FORWARD(sem_lock, "OAL_SemLockBySemId", OAL_SemLockBySemId), true},
     {FORWARD(sem_unlock, "OAL_SemUnLockBySemId", OAL_SemUnLockBySemId), true},
     {FORWARD(file_lock, "file_lock_write", file_lock_write), true},
     {FORWARD(file_unlock, "file_unlock", file_unlock), true},
     {HOOK("ioctl", hook_ioctl), true},
     {HOOK("__ioctl_time64", hook_ioctl), true},
-    {HOOK("sigwrap_select", hook_select), true},
+    {FORWARD(wait, "sigwrap_select", sigwrap_select), true},
     {HOOK("select_sleep", hook_pause), true},
     {FORWARD(register_read, "mmap_read32", mmap_read32)},
     {HOOK("i2c_mctp_read_on_fd", hook_response)},
@@ -333,18 +313,13 @@ const Import kImports[] = {
 };
 
 // Called as they are: they cannot fail.
-const char *const kInfallible[] = {"__errno_location",
-                                   "__fdelt_chk",
-                                   "__stack_chk_fail",
-                                   "__xpg_strerror_r",
-                                   "getpid",
-                                   "pthread_setcancelstate",
-                                   "qel_strerror_s",
-                                   "__libc_single_threaded",
-                                   "__cxa_finalize",
-                                   "__gmon_start__",
-                                   "_ITM_deregisterTMCloneTable",
-                                   "_ITM_registerTMCloneTable"};
+// clang-format off
+const char *const kInfallible[] = {
+    "__errno_location", "__fdelt_chk", "__stack_chk_fail", "__xpg_strerror_r", "getpid",
+    "pthread_setcancelstate", "qel_strerror_s", "__libc_single_threaded", "__cxa_finalize",
+    "__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable",
+};
+// clang-format on
 
 // A name that the library asks other objects for, and the slot with what it was given.
 struct Slot {
@@ -412,26 +387,14 @@ std::vector<Slot> all_slots()
 
 const char *name_of(Kind kind)
 {
-    static const char *const names[] = {"malloc",
-                                        "pthread_atfork",
-                                        "pthread_mutex_lock",
-                                        "qel_snprintf_s",
-                                        "sigwrap_open",
-                                        "OAL_SemCreate",
-                                        "OAL_SemLockBySemId",
-                                        "OAL_SemUnLockBySemId",
-                                        "open",
-                                        "mmap",
-                                        "file_lock_write",
-                                        "file_unlock",
-                                        "I2C_SLAVE",
-                                        "I2C_SLAVE_FORCE",
-                                        "I2C_RDWR",
-                                        "I2C_PEC",
-                                        "I2C_SMBUS",
-                                        "sigwrap_select",
-                                        "mmap_read32",
-                                        "i2c_mctp_read_on_fd"};
+    // clang-format off
+    static const char *const names[] = {
+        "malloc", "pthread_atfork", "pthread_mutex_lock", "qel_snprintf_s", "sigwrap_open",
+        "OAL_SemCreate", "OAL_SemLockBySemId", "OAL_SemUnLockBySemId", "open", "mmap",
+        "file_lock_write", "file_unlock", "I2C_SLAVE", "I2C_SLAVE_FORCE", "I2C_RDWR", "I2C_PEC",
+        "I2C_SMBUS", "sigwrap_select", "mmap_read32", "i2c_mctp_read_on_fd",
+    };
+    // clang-format on
     return names[static_cast<size_t>(kind)];
 }
 

@@ -36,11 +36,10 @@ void trap(long at, void (*action)());
 // How many calls of a kind have been made by this process.
 int made(Kind kind);
 
-struct Call {
+struct Step {
     Kind kind;
     bool failed;
     uint8_t address;  // of a request
-    uint8_t byte;     // rdwr: the first one of the first message
     uintptr_t detail; // memory: size; semaphores: key; mutex: which
     int error;        // errno when it failed, 0 where a failure has none
 };
@@ -64,15 +63,10 @@ struct Holdings {
     int mappings;
 };
 
-constexpr size_t kWindow = 320;
-
 // What a child process tells of one run; in memory shared with its parent.
 struct Trace {
-    int32_t result;
-    int error;
-    uint8_t window[kWindow]; // what the call wrote
     uint32_t calls;
-    Call call[1024];
+    Step call[1024];
     Holdings held;
     char wrong[128]; // what the hooks found wrong, empty when nothing
 };

@@ -4,7 +4,6 @@
 #include "watch.h"
 
 #include <csignal>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -26,14 +25,7 @@ void start_timer()
     struct sigaction action = {};
     action.sa_handler = [](int) { counts->signals++; }; // without SA_RESTART
     sigaction(SIGUSR1, &action, nullptr);
-    sigevent event = {};
-    event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGUSR1;
-    timer_t timer;
-    timer_create(CLOCK_MONOTONIC, &event, &timer);
-    itimerspec often = {};
-    often.it_value.tv_nsec = often.it_interval.tv_nsec = 1'000'000;
-    timer_settime(timer, 0, &often, nullptr);
+    watch::signal_after(SIGUSR1, 1'000'000, true);
 }
 
 // Keeps others waiting for the bus and for the EEPROMs, again and again.
@@ -58,7 +50,7 @@ bool keep_busy(const watch::Device &device)
 TEST(Signals, AThousandTimesASecondEndNoCall)
 {
     Board board(reference_board(), "400k");
-    counts = &watch::share<Counts>();
+    counts = &shared<Counts>();
     const watch::Device busy = watch::device(board, "main-registers", 0);
     const pid_t holder = watch::start([&] { return keep_busy(busy); }, 300);
     EXPECT_TRUE(watch::succeeds([&] {
@@ -68,13 +60,8 @@ TEST(Signals, AThousandTimesASecondEndNoCall)
               "riser-io", "slot1-leds", "riser-power", "slot0-retimer", "board-epld",
               "board-epld-pango", "board-epld-ef2", "card-epld3", "subcard-epld", "card-mctp"}) {
             uint64_t calls = 0;
-            const std::string wrong =
-                watch::rounds(watch::device(board, name, 1), 0, kSanitized ? 13 : 27, &calls);
-            if (!wrong.empty()) {
-                std::printf("%s: %s\n", name, wrong.c_str());
-                std::fflush(stdout);
+            if (!watch::do_rounds(watch::device(board, name, 1), 0, kSanitized ? 13 : 27, &calls))
                 return false;
-            }
             counts->calls += calls;
         }
         return true;

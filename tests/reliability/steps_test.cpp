@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <ctime>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,14 +60,7 @@ void kill_here()
 // A little later, so that the call has begun.
 void kill_soon()
 {
-    sigevent event = {};
-    event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGKILL;
-    timer_t timer;
-    timer_create(CLOCK_MONOTONIC, &event, &timer);
-    itimerspec when = {};
-    when.it_value.tv_nsec = 150'000;
-    timer_settime(timer, 0, &when, nullptr);
+    watch::signal_after(SIGKILL, 150'000, false);
 }
 
 void cancel_here()
@@ -122,7 +114,8 @@ unsigned at_each_call(const Board &board, const Case &row, void (*action)(), dou
             return watch::do_rounds(next, row.first, row.last) && watch::do_rounds(plain, 0, 0);
         })) << "after call "
             << at;
-        longest = std::max(longest, watch::milliseconds_since(struck));
+        longest =
+            std::max(longest, static_cast<double>(bench::monotonic_nanoseconds() - struck) / 1e6);
     }
     return 0;
 }

@@ -9,9 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/sem.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,45 +45,34 @@ Device device(const simboard::testing::Board &board, const std::string &name, ui
     std::abort();
 }
 
-std::string rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls)
+bool do_rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls)
 {
     const auto result = std::make_unique<bench::Worker>();
     for (uint64_t sequence = first; sequence <= last; sequence++) {
         device.work(device.job, sequence, *result);
-        if (result->errors != 0)
-            return "result " + std::to_string(result->first_result) + ", " +
-                   std::strerror(result->first_errno) + " in round " + std::to_string(sequence);
-        if (result->wrong_bytes != 0)
-            return "wrong byte " + std::to_string(result->first_wrong) + " in round " +
-                   std::to_string(sequence);
+        if (result->errors == 0 && result->wrong_bytes == 0)
+            continue;
+        std::printf("device %u/0x%x, round %llu: result %d, %s; wrong byte %x\n",
+                    device.job.client.bus, device.job.client.addr,
+                    static_cast<unsigned long long>(sequence), result->first_result.load(),
+                    std::strerror(result->first_errno), result->first_wrong.load());
+        std::fflush(stdout);
+        return false;
     }
     if (calls != nullptr)
         *calls += result->transfers;
-    return "";
-}
-
-bool do_rounds(const Device &device, uint64_t first, uint64_t last)
-{
-    const std::string wrong = rounds(device, first, last);
-    if (!wrong.empty()) {
-        std::printf("device %u/0x%x: %s\n", device.job.client.bus, device.job.client.addr,
-                    wrong.c_str());
-        std::fflush(stdout);
-    }
-    return wrong.empty();
+    return true;
 }
 
 pid_t start(const std::function<bool()> &work, unsigned limit)
 {
-    const pid_t child = fork();
-    if (child != 0)
-        return child;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDERR_FILENO);
-    close(nowhere);
-    alarm(limit);
-    _exit(work() ? 0 : 1);
+    return start_child([&] {
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(nowhere, STDERR_FILENO);
+        close(nowhere);
+        alarm(limit);
+        return work();
+    });
 }
 
 int end_of(pid_t child)
@@ -110,12 +98,6 @@ int waiters(uint32_t bus)
 {
     const int set = semaphore_of(bus);
     return set < 0 ? 0 : semctl(set, 0, GETZCNT);
-}
-
-void await_waiters(uint32_t bus, int count)
-{
-    while (waiters(bus) < count)
-        usleep(100);
 }
 
 std::string held_locks()
@@ -153,17 +135,15 @@ bool is_cancelled(pthread_t thread)
     return result == PTHREAD_CANCELED;
 }
 
-double milliseconds_since(int64_t start)
+void signal_after(int signal, long nanoseconds, bool repeat)
 {
-    return static_cast<double>(bench::monotonic_nanoseconds() - start) / 1e6;
-}
-
-void *map_shared(size_t size)
-{
-    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        std::abort();
-    return memory;
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = signal;
+    timer_t timer;
+    timer_create(CLOCK_MONOTONIC, &event, &timer);
+    const itimerspec when = {{0, repeat ? nanoseconds : 0}, {0, nanoseconds}};
+    timer_settime(timer, 0, &when, nullptr);
 }
 
 } // namespace watch

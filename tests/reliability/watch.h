@@ -4,12 +4,11 @@
 
 #include "bench/device_work.h"
 #include "simboard/testing.h"
+#include "tests/platform/process.h"
 
-#include <functional>
 #include <memory>
 #include <pthread.h>
 #include <string>
-#include <sys/types.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kSanitized = true;
@@ -27,11 +26,9 @@ struct Device {
 };
 Device device(const simboard::testing::Board &board, const std::string &name, uint32_t window);
 
-// Does the rounds with these sequence numbers; what went wrong, or nothing. `calls` counts those
-// made.
-std::string rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls = nullptr);
-// The same; tells on standard output what went wrong.
-bool do_rounds(const Device &device, uint64_t first, uint64_t last);
+// Does the rounds with these sequence numbers; tells on standard output what went wrong. `calls`
+// counts those made.
+bool do_rounds(const Device &device, uint64_t first, uint64_t last, uint64_t *calls = nullptr);
 
 // Forks a process that exits with 0 when `work` says so, and has `limit` seconds for it. Its log
 // lines go nowhere.
@@ -43,7 +40,6 @@ bool succeeds(const std::function<bool()> &work);
 inline constexpr uint32_t kEeproms = 16;
 int semaphore_value(uint32_t bus); // 0 when free, also when it was never used
 int waiters(uint32_t bus);
-void await_waiters(uint32_t bus, int count);
 
 // Every lock of the board that somebody holds, one line each.
 std::string held_locks();
@@ -67,15 +63,8 @@ pthread_t start_thread(Work &work)
 }
 bool is_cancelled(pthread_t thread);
 
-double milliseconds_since(int64_t start);
-
-// Memory of the test and its children.
-void *map_shared(size_t size);
-template <typename Type>
-Type &share()
-{
-    return *new (map_shared(sizeof(Type))) Type;
-}
+// A signal for this process after so long, once or again and again.
+void signal_after(int signal, long nanoseconds, bool repeat);
 
 } // namespace watch
 

@@ -1,6 +1,13 @@
-// Load of all kinds on a board on which things go wrong, then on one bus of a sound one: for so
-// many transfers as the argument says, or so many minutes ("10min"). No wrong byte, nothing for the
-// judge, and on the one bus equal shares and no long wait.
+// The load program as its users run it, on a board on which things go wrong, in two ways.
+//
+// storm KILLS SECONDS: 8 processes of 4 threads work on all buses and through all kinds of paths,
+// and are killed one after the other wherever they are, each replaced at once: half of them while
+// they transfer, half while they call everything the library has. No wrong byte, no failed access,
+// no finding but paths of the dead, a board that passes its own check, and buses that go on
+// working.
+//
+// soak TRANSFERS, or soak MINUTESmin: load of all kinds under faults, then on one bus of a sound
+// board. No wrong byte, nothing for the judge, and on the one bus equal shares and no long wait.
 #include "figures.h"
 
 #include "simboard/consistency.h"
@@ -10,7 +17,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <json/reader.h>
 #include <json/value.h>
 #include <sstream>
@@ -18,10 +24,13 @@
 namespace
 {
 
+using simboard::testing::Board;
+using simboard::testing::reference_board;
+
 constexpr uint64_t kWaiters = 8 * 4 - 1;
 constexpr uint64_t kLeastToCompare = 100000;      // transfers, for shares within 3 percent
 constexpr uint64_t kLeastForEveryFault = 1000000; // transfers
-constexpr char kLoad[] = "qeli2c-stress --json --processes 8 --threads 4 ";
+constexpr char kLoad[] = "QELPLATFORM_LOG=all=none qeli2c-stress --json --processes 8 --threads 4 ";
 
 // A device for each of the 32 threads: registers on every bus, then one or two of each other type.
 constexpr char kDevices[] =
@@ -62,7 +71,7 @@ void require(bool good, const std::string &what)
 
 Json::Value load(const std::string &options)
 {
-    const Ended ended = run("QELPLATFORM_LOG=all=none " + (kLoad + options));
+    const Ended ended = run(kLoad + options);
     std::printf("%s%s", ended.out.c_str(), ended.err.c_str());
     require(ended.status == 0, "the load was not clean");
     Json::Value report;
@@ -70,21 +79,57 @@ Json::Value load(const std::string &options)
     return report;
 }
 
-void judge(simboard::testing::Board &board)
+void judge(Board &board)
 {
     require(board.wrongs().empty(), board.wrongs());
-    require(board.totals().orphaned_paths == 0, "a path was left behind");
     for (const std::string &line :
          simboard::find_inconsistencies(board.view(), board.description(), 5000))
         require(false, line);
 }
 
+// An EEPROM whose writer was killed is busy for a while, and refuses the next access.
+std::string list_devices(const simboard::BoardDescription &board, bool all)
+{
+    std::string list;
+    for (const simboard::DeviceDescription &device : board.devices) {
+        if (device.type == "registers" ||
+            (all && device.type != "at24c512" && device.type != "pca9548"))
+            list += (list.empty() ? "" : ",") + device.name;
+    }
+    return list;
+}
+
+// How many of the kills struck within a transfer.
+uint64_t storm(uint64_t kills, double seconds, bool all)
+{
+    Board board(reference_board());
+    const std::string devices =
+        (all ? " --mixed --device " : " --device ") + list_devices(board.description(), all);
+    load("--kills " + std::to_string(kills) + " --seconds " + std::to_string(seconds) + devices);
+    judge(board);
+    uint64_t within = 0;
+    for (const simboard::Bus &bus : board.view().state->buses)
+        within += bus.recoveries.load();
+    load("--transfers 3200" + devices);
+    return within;
+}
+
+void storms(uint64_t kills, double seconds)
+{
+    const uint64_t within =
+        storm(kills - kills / 2, seconds / 2, false) + storm(kills / 2, seconds / 2, true);
+    require(kills < 1000 || within != 0, "no kill struck within a transfer");
+    record_figure("kills.random", kills, "kills of random processes at random times");
+    record_figure("kills.random_in_transfers", within, "of them within a transfer");
+}
+
 // A short load may be over before a rare fault strikes.
-void soak_all(simboard::testing::Board &board, const std::string &length, bool is_short)
+void soak_all(Board &board, const std::string &length, bool is_short)
 {
     board.inject(kFaults);
     const Json::Value report = load(length + " --mixed --faulty --device " + std::string(kDevices));
     judge(board);
+    require(board.totals().orphaned_paths == 0, "a path was left behind");
     require(is_short || board.unfired().empty(), board.unfired());
     uint64_t struck = 0;
     for (const simboard::FaultRecord &fault : board.faults())
@@ -96,11 +141,12 @@ void soak_all(simboard::testing::Board &board, const std::string &length, bool i
     record_figure("soak.wrong_bytes", report["wrong_bytes"].asUInt64(), "bytes");
 }
 
-void soak_one_bus(simboard::testing::Board &board, const std::string &length)
+void soak_one_bus(Board &board, const std::string &length)
 {
     const Json::Value report =
         load(length + " --max-share-deviation 3 --device id-registers,port0-registers");
     judge(board);
+    require(board.totals().orphaned_paths == 0, "a path was left behind");
     double spread = 0;
     for (const Json::Value &process : report["processes"])
         spread = std::max(spread, std::abs(process["deviation_percent"].asDouble()));
@@ -113,26 +159,36 @@ void soak_one_bus(simboard::testing::Board &board, const std::string &length)
     record_figure("soak.longest_hold_us", totals.longest_hold_ns / 1000, "us");
 }
 
-} // namespace
-
-int main(int count, char **arguments)
+void soak(const std::string &length, uint64_t number)
 {
-    const std::string length = count > 1 ? arguments[1] : "";
-    const uint64_t number = std::strtoull(length.c_str(), nullptr, 10);
-    if (number == 0) {
-        std::fprintf(stderr, "usage: reliability_soak TRANSFERS | MINUTESmin\n");
-        return 2;
-    }
     const bool timed = length.find("min") != std::string::npos;
     const auto part = [&](uint64_t of_ten, uint64_t at_least) {
         return timed ? "--seconds " + std::to_string(number * 6 * of_ten)
                      : "--transfers " + std::to_string(std::max(number * of_ten / 10, at_least));
     };
     {
-        simboard::testing::Board board(simboard::testing::reference_board());
+        Board board(reference_board());
         soak_all(board, part(timed ? 8 : 11, 0), !timed && number < kLeastForEveryFault);
     }
-    simboard::testing::Board board(simboard::testing::reference_board());
+    Board board(reference_board());
     soak_one_bus(board, part(2, kLeastToCompare));
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    const std::string way = count > 2 ? arguments[1] : "";
+    const uint64_t number = count > 2 ? std::strtoull(arguments[2], nullptr, 10) : 0;
+    if (way == "storm" && count == 4 && number != 0) {
+        storms(number, std::atof(arguments[3]));
+    } else if (way == "soak" && count == 3 && number != 0) {
+        soak(arguments[2], number);
+    } else {
+        std::fputs(
+            "usage: reliability_load storm KILLS SECONDS | soak TRANSFERS | soak MINUTESmin\n",
+            stderr);
+        return 2;
+    }
     return failed ? 1 : 0;
 }
