@@ -59,7 +59,8 @@ double relocations()
             each = sizeof(ElfW(Rela));
     }
     (void)dlclose(library);
-    return static_cast<double>(bytes / each);
+    const size_t count = bytes / each;
+    return static_cast<double>(count);
 }
 
 void start(benchmark::State &state)

@@ -13,11 +13,13 @@
 
 // Only what went wrong calls these; the compiler then keeps the calls out of the way of what goes
 // well.
+// NOLINTBEGIN(readability-redundant-declaration): for the attribute
 extern "C" {
 [[gnu::cold]] void IDBG_LINUXAPP_DbgOut(uint32_t level, const char *format, ...);
 [[gnu::cold]] void sspFailedStat(const char *file, uint32_t line);
 [[gnu::cold]] const char *qel_strerror_s(int errnum);
 }
+// NOLINTEND(readability-redundant-declaration)
 
 // An error line at 130 or 132, and a run-time line at 135; a line without values is a text.
 #define QEL_ERROR(level, format, ...)                                                              \
