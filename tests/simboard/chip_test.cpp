@@ -1,4 +1,4 @@
-// Chips in time, and all of them under a scan; what else they do is in the transcripts.
+// Chips in time; what else they do is in the transcripts.
 #include <gtest/gtest.h>
 #include <time.h>
 
@@ -48,43 +48,6 @@ TEST(WireTime, ATransferTakesAsLongAsItsBits)
         const auto record = board.trace(7).back();
         EXPECT_EQ(record.end_ns - record.start_ns, expected);
     }
-}
-
-// A scan asks every address with a quick write or by reading a byte.
-TEST(Probing, ChangesNothingInAnyChip)
-{
-    std::string devices;
-    for (const char *type :
-         {"pca9535", "pca9554", "tpa626", "retimer", "epld-lattice", "epld-pango",
-          "epld-anlogic-ef2", "epld-anlogic-ef3", "epld-subcard", "mctp"}) {
-        devices += (devices.empty() ? "" : ",") + std::string(R"({"name": ")") + type +
-                   R"(", "type": ")" + type + R"(", "address": )" +
-                   std::to_string(0x20 + std::count(devices.begin(), devices.end(), '{')) + "}";
-    }
-    Board board(R"({"name": "b", "buses": [{"bus": 0, "devices": [)" + devices + "]}]}");
-    board.set_stimulus("mctp", "response_length", 2);
-    const Device bus(0);
-    const auto memories = [&board] {
-        std::vector<Bytes> all;
-        for (const auto &device : board.description().devices) {
-            const simboard::Chip &chip = simboard::find_chip(board.view(), device.name);
-            all.push_back(board.peek(device.name, 0, chip.memory_size));
-        }
-        return all;
-    };
-    const std::vector<Bytes> before = memories();
-    for (uint8_t address = 0x20; address < 0x2a; address++) {
-        ASSERT_EQ(bus.request(I2C_SLAVE, address), 0);
-        i2c_smbus_data data = {};
-        for (const auto &[read, size] :
-             {std::pair{0, I2C_SMBUS_QUICK}, {1, I2C_SMBUS_QUICK}, {1, I2C_SMBUS_BYTE}}) {
-            EXPECT_EQ(bus.smbus(static_cast<uint8_t>(read), 0, static_cast<uint32_t>(size), &data),
-                      0)
-                << int{address};
-        }
-    }
-    EXPECT_EQ(memories(), before);
-    EXPECT_EQ(board.wrongs(), "");
 }
 
 } // namespace

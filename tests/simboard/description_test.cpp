@@ -1,49 +1,12 @@
 // What descriptions hold; their mistakes are in the transcripts.
 #include <gtest/gtest.h>
 
-#include <map>
-#include <set>
-
-#include "simboard/description.h"
 #include "simboard/testing.h"
 
 namespace
 {
 
-using simboard::BoardDescription;
-using simboard::DescriptionError;
 using simboard::testing::Board;
-
-TEST(Description, ReferenceBoardHasEveryKindOfChipAtEachDepth)
-{
-    Board board(simboard::testing::reference_board());
-    const auto &devices = board.description().devices;
-    std::map<std::string, std::set<int>> depths;
-    for (const auto &device : devices) {
-        int depth = 0;
-        for (int at = device.parent; at >= 0; at = devices[static_cast<size_t>(at)].parent) {
-            depth++;
-        }
-        depths[device.type].insert(depth);
-    }
-    EXPECT_EQ(board.description().buses.size(), 16U);
-    EXPECT_EQ(depths.size(), 13U);
-    for (const auto &[type, at] : depths) {
-        EXPECT_EQ(at, type == "pca9548" ? (std::set<int>{0, 1}) : (std::set<int>{0, 1, 2})) << type;
-    }
-}
-
-TEST(Description, TheExampleOfTheManualIsOne)
-{
-    std::string text;
-    ASSERT_TRUE(simboard::read_text_file(BOARD_FILE_MANUAL, text));
-    const size_t start = text.find("```json\n") + 8;
-    std::vector<DescriptionError> errors;
-    const BoardDescription board = simboard::parse_board_description(
-        text.substr(start, text.find("```", start) - start), errors);
-    ASSERT_TRUE(errors.empty()) << simboard::to_string("", errors[0]);
-    EXPECT_EQ(board.devices.size(), 6U);
-}
 
 TEST(Description, SpeedsAndStatusWordsAreThoseOfTheBuses)
 {

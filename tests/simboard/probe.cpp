@@ -1,8 +1,9 @@
 // What only shows in a program of its own. With a number, reads register 0 of the device that the
 // inherited descriptor of that number is set to; the register is the exit status. With "plain"
-// behind it, the register that the device's pointer stands on, by read. With "semaphore", makes the
-// semaphore of bus 0 and prints its id. With "open" and a path, tells whether that can be opened,
-// and whether the program was started with more rights than its caller has.
+// behind it, the register that the device's pointer stands on, by read. With "semaphore", makes
+// three semaphores, two of them of buses, and prints their ids. With "open" and a path, tells
+// whether that can be opened, and whether the program was started with more rights than its caller
+// has.
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
@@ -18,7 +19,10 @@
 int main(int argc, char **argv)
 {
     if (argc == 2 && std::strcmp(argv[1], "semaphore") == 0) {
-        std::printf("%d\n", semget(0x3060, 1, IPC_CREAT | 0600));
+        const key_t keys[] = {0x3060, 0x306f, 0x3001};
+        for (const key_t key : keys) {
+            std::printf("%d\n", semget(key, 1, IPC_CREAT | 0600));
+        }
         return 0;
     }
     if (argc == 3 && std::strcmp(argv[1], "open") == 0) {
