@@ -4,6 +4,7 @@
 
 #include "tools/qeli2c/failure.h"
 #include "tools/qeli2c/manual.h"
+#include "tools/standard_files.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -306,6 +307,7 @@ int run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    fill_closed_standard_files();
     try {
         return run(argc, argv);
     } catch (const std::exception &error) {

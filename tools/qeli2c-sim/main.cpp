@@ -1,6 +1,7 @@
 // qeli2c-sim, the board runner: programs see the I2C buses of a simulated board.
 #include "command_line.h"
 #include "tools/qeli2c/failure.h"
+#include "tools/standard_files.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -70,6 +71,7 @@ bool results_written()
 
 int main(int argc, char **argv)
 {
+    fill_closed_standard_files();
     runner::Runner runner;
     try {
         if (const std::optional<int> done =

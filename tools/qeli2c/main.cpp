@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "output.h"
+#include "tools/standard_files.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -58,6 +59,7 @@ int run(const std::vector<std::string> &words, char **argv)
 
 int main(int argc, char **argv)
 {
+    fill_closed_standard_files();
     int status = tool::EXIT_FAILED;
     try {
         status = run({argv + 1, argv + argc}, argv);

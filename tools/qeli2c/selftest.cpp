@@ -1,6 +1,7 @@
 // qeli2c selftest: whether the platform services keep what the library counts on.
 #include "command_line.h"
 #include "failure.h"
+#include "interrupt.h"
 #include "number.h"
 #include "output.h"
 #include "platform_checks.h"
@@ -160,7 +161,10 @@ void selftest(const SelftestArguments &arguments, const Options &options)
     json["failed"] = 0;
     std::vector<PlatformCheck> checks = lock_checks();
     checks.insert(checks.end(), call_checks().begin(), call_checks().end());
+    defer_interrupts(); // a semaphore is to be removed
     for (const PlatformCheck &check : checks) {
+        if (interrupted())
+            return;
         settings.key = free_key();
         const Finding finding = run_apart(check, settings);
         remove_semaphore(settings.key);
