@@ -10,8 +10,8 @@ void add_transfer_benchmarks(double scale);
 void add_contention_benchmarks(double scale);
 void add_start_benchmarks(double scale);
 void add_lookup_benchmarks(double scale); // late: the registry keeps what they look up
-void add_benchmarks_beside_thread(
-    double scale); // the last: a process that had a thread is known to
+// The last: what a process that has had a thread pays stays.
+void add_benchmarks_beside_thread(double scale);
 
 } // namespace bench
 

@@ -114,7 +114,9 @@ TEST(Tool, InterruptedCommandsLeaveNothingHeldAndNoPathOpen)
         const Command command = start(row.line);
         wait_for_transfers(board, row.transfers);
         kill(command.child, row.signal);
-        kill(command.child, row.signal); // as a runner passes on what the whole group got
+        // A runner passes on what the whole group got.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        kill(command.child, row.signal);
         const Ended ended = end_of(command);
         EXPECT_EQ(ended.status, 128 + row.signal) << row.line;
         EXPECT_TRUE(contains(ended.out, row.out)) << row.line << "\n" << ended.out;
